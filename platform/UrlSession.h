@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/Url.h"
+
+namespace platform {
+
+/// Fetches over HTTP and keeps nothing on disk: no cookies, no cache, no credentials.
+class UrlSession {
+ public:
+  /// Takes the response body, or none after any failure of the transport: no connection, time-out,
+  /// an answer cut short. An answer of any HTTP status is an answer.
+  using CompletionHandler = std::function<void(std::optional<std::string> body)>;
+
+  /// A session whose requests fail after `timeoutIntervalForRequest` seconds without a byte
+  /// arriving. Main thread.
+  explicit UrlSession(double timeoutIntervalForRequest);
+  /// Ends the requests under way; their handlers are called without a body, now or soon.
+  ~UrlSession();
+  UrlSession(const UrlSession&) = delete;
+  UrlSession& operator=(const UrlSession&) = delete;
+
+  /// Starts one plain GET and returns at once. Any thread. The handler is called exactly once, on
+  /// the session's own thread. Requests are independent and may end in any order. Redirects are
+  /// followed.
+  void dataTaskWithUrl(const Url& url, CompletionHandler completionHandler);
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation;
+};
+
+}  // namespace platform
