@@ -1,0 +1,58 @@
+#include "app/StatusMenu.h"
+
+#include <utility>
+
+namespace pellix {
+namespace {
+
+using platform::MenuItem;
+
+MenuItem informationalItem(std::string title) {
+  return {.title = std::move(title), .isEnabled = false};
+}
+
+MenuItem item(std::string title, platform::Action action, std::string key) {
+  return {.title = std::move(title), .action = std::move(action), .keyEquivalent = std::move(key)};
+}
+
+}  // namespace
+
+const std::string& menuId(const Status& status, const std::string& installedDeviceId) {
+  return status.deviceId != placeholder ? status.deviceId : installedDeviceId;
+}
+
+platform::StatusBarButton statusBarButton(TrustState state) {
+  platform::StatusBarButton button{.contentTintColor = tint(state),
+                                   .toolTip = "Velmor Pellix — " + summary(state)};
+  button.image = platform::Image::withSystemSymbolName(symbol(state), summary(state));
+  if (button.image)
+    button.image->isTemplate = !tint(state);  // an untinted icon follows the menu bar's colouring
+  else
+    button.title = glyph(state);
+  return button;
+}
+
+platform::Menu statusMenu(const Status& status, const std::string& installedDeviceId,
+                          const std::weak_ptr<platform::Target>& target) {
+  // Both pages are the local service's own; its root page is where a Mac is authorized.
+  const MenuItem firstCommand = status.state == TrustState::authorized
+                                    ? item("Open WordPress Admin", {target, "openAdmin"}, "o")
+                                    : item("Authorize this Mac…", {target, "openUI"}, "a");
+  return {{
+      informationalItem(summary(status.state)),
+      informationalItem(status.serviceReachable ? "Last check: " + status.lastCheckDescription()
+                                                : "Starting Pellix…"),
+      MenuItem::separatorItem(),
+      firstCommand,
+      item("Show status…", {target, "openUI"}, "s"),
+      item("Show device ID…", {target, "showId"}, "i"),
+      MenuItem::separatorItem(),
+      {.title = menuId(status, installedDeviceId),
+       .action = platform::Action{target, "copyDeviceId"},
+       .toolTip = "Click to copy — IT needs this to approve your Mac"},
+      MenuItem::separatorItem(),
+      item("Quit Pellix", {target, "quit"}, "q"),
+  }};
+}
+
+}  // namespace pellix
