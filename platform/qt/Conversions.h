@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+/// Bytes that are not UTF-8 become U+FFFD.
+inline QString toQString(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+/// In UTF-8; a surrogate without its partner becomes U+FFFD or "?".
+inline std::string fromQString(const QString& text) { return text.toStdString(); }
+
+}  // namespace platform
