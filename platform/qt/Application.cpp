@@ -1,0 +1,99 @@
+#include "platform/Application.h"
+
+#include <unistd.h>
+#include <QApplication>
+#include <QLoggingCategory>
+#include <QWidget>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+using namespace Qt::StringLiterals;
+
+namespace platform {
+
+namespace {
+
+bool terminated = false;
+bool inEventLoop = false;
+
+/// The application logs nothing, and neither does the toolkit on its behalf.
+void dropMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
+  if (type != QtFatalMsg) return;
+  std::fprintf(stderr, "%s\n", qPrintable(message));
+  std::abort();
+}
+
+/// Losing the display makes the toolkit call exit() inside the event loop. Static destructors must
+/// not run there, under the feet of the living application and its threads.
+void endAtOnce(int status, void*) {
+  if (inEventLoop) _exit(status);
+}
+
+}  // namespace
+
+struct Application::Implementation {
+  Implementation() {
+    QCoreApplication::setApplicationName(u"velmor-pellix"_s);
+    QGuiApplication::setApplicationDisplayName(u"Velmor Pellix"_s);
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+  }
+
+  // The toolkit sees the program's name alone: its own options are none of this program's.
+  std::string name = arguments().empty() ? "velmor-pellix" : arguments().front();
+  char* argv[2] = {name.data(), nullptr};
+  int argc = 1;
+  QtMessageHandler previousHandler = qInstallMessageHandler(dropMessage);
+  QApplication application{argc, argv};
+  std::weak_ptr<ApplicationDelegate> delegate;
+};
+
+Application::Application() : implementation(std::make_unique<Implementation>()) {
+  [[maybe_unused]] static const int registered = on_exit(endAtOnce, nullptr);
+}
+
+Application::~Application() = default;
+
+void Application::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {
+  implementation->delegate = std::move(delegate);
+}
+
+// Every program is an accessory here: only its windows show up in task bars.
+void Application::setActivationPolicy(ActivationPolicy) {}
+
+void Application::run() {
+  if (terminated) return;
+  QMetaObject::invokeMethod(
+      &implementation->application,
+      [this] {
+        if (const auto delegate = implementation->delegate.lock()) {
+          delegate->applicationDidFinishLaunching();
+        }
+      },
+      Qt::QueuedConnection);
+  inEventLoop = true;
+  QApplication::exec();
+  inEventLoop = false;
+}
+
+void Application::activateIgnoringOtherApps() {
+  for (QWidget* window : QApplication::topLevelWidgets()) {
+    if (!window->isVisible() || window->windowType() == Qt::Popup) continue;
+    window->raise();
+    window->activateWindow();
+  }
+}
+
+void Application::terminate() {
+  terminated = true;
+  QCoreApplication::exit(0);
+}
+
+std::vector<std::string> Application::arguments() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::vector<std::string> arguments;
+  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+  return arguments;
+}
+
+}  // namespace platform

@@ -1,0 +1,64 @@
+#include "platform/qt/Rendering.h"
+
+#include <QApplication>
+#include <QPalette>
+#include <QShortcut>
+#include <QTextDocument>
+
+#include "platform/Bundle.h"
+#include "platform/MainQueue.h"
+#include "platform/qt/Conversions.h"
+
+using namespace Qt::StringLiterals;
+
+namespace platform {
+
+QString verbatimTitle(const std::string& text) {
+  return toQString(text).replace(u'&', u"&&"_s);
+}
+
+QString verbatimToolTip(const std::string& text) {
+  const QString plain = toQString(text);
+  return Qt::mightBeRichText(plain) ? Qt::convertFromPlainText(plain) : plain;
+}
+
+QColor toQColor(Color color) {
+  const QPalette palette = QApplication::palette();
+  const bool dark = palette.color(QPalette::Window).lightness() < 128;
+  switch (color) {
+    case Color::systemOrange:
+      return dark ? QColor(0xFF9F0A) : QColor(0xFF9500);
+    case Color::systemRed:
+      return dark ? QColor(0xFF453A) : QColor(0xFF3B30);
+    case Color::controlBackground:
+      return palette.color(QPalette::Base);
+  }
+  return {};
+}
+
+std::optional<std::filesystem::path> symbolDrawing(const std::string& name) {
+  if (name.find('/') != std::string::npos) return std::nullopt;
+  return Bundle::urlForResource("symbols/" + name + ".svg");
+}
+
+void makeDefaultButton(QPushButton& button, QWidget& window) {
+  button.setDefault(true);
+  for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter}) {
+    auto* shortcut = new QShortcut(key, &window);
+    shortcut->setAutoRepeat(false);
+    QObject::connect(shortcut, &QShortcut::activated, &button, [&button] { button.click(); });
+  }
+}
+
+void performLater(const Action& action) {
+  MainQueue::async([action] {
+    if (QWidget* alert = QApplication::activeModalWidget()) {
+      alert->raise();
+      alert->activateWindow();
+    } else if (const auto target = action.target.lock()) {
+      target->perform(action.selector);
+    }
+  });
+}
+
+}  // namespace platform
