@@ -1,0 +1,159 @@
+#include "platform/qt/MenuRendering.h"
+
+#include <QApplication>
+#include <QKeyEvent>
+#include <QProxyStyle>
+#include <QScreen>
+#include <QStyleOptionMenuItem>
+#include <algorithm>
+
+#include "platform/qt/Conversions.h"
+#include "platform/qt/Rendering.h"
+
+using namespace Qt::StringLiterals;
+
+namespace platform {
+
+namespace {
+
+/// Keeps a menu narrower than the screen: titles that are too long are elided where they are drawn,
+/// and stay whole for everything else.
+class BoundedMenuStyle : public QProxyStyle {
+ public:
+  QSize sizeFromContents(ContentsType type, const QStyleOption* option, const QSize& size,
+                         const QWidget* widget) const override {
+    QSize result = QProxyStyle::sizeFromContents(type, option, size, widget);
+    if (type == CT_MenuItem) result.setWidth(std::min(result.width(), maximumWidth(widget)));
+    return result;
+  }
+
+  void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                   const QWidget* widget) const override {
+    const auto* item = qstyleoption_cast<const QStyleOptionMenuItem*>(option);
+    if (element != CE_MenuItem || !item) {
+      return QProxyStyle::drawControl(element, option, painter, widget);
+    }
+    QStyleOptionMenuItem elided(*item);
+    const qsizetype keyColumn = item->text.indexOf(u'	');
+    const int textWidth = titleSize(*item).width();
+    const int missing =
+        QProxyStyle::sizeFromContents(CT_MenuItem, item, titleSize(*item), widget).width() +
+        item->reservedShortcutWidth - item->rect.width();
+    if (missing > 0) {
+      QString title = item->text.left(keyColumn).replace(u"&&"_s, u"&"_s);
+      title = item->fontMetrics.elidedText(title, Qt::ElideMiddle, textWidth - missing);
+      elided.text = title.replace(u'&', u"&&"_s);
+      if (keyColumn >= 0) elided.text += item->text.mid(keyColumn);
+    }
+    QProxyStyle::drawControl(element, &elided, painter, widget);
+  }
+
+ private:
+  static int maximumWidth(const QWidget* widget) {
+    const QScreen* screen = widget ? widget->screen() : QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry().width() / 2 : 640;
+  }
+
+  static QSize titleSize(const QStyleOptionMenuItem& item) {
+    return item.fontMetrics.size(Qt::TextSingleLine | Qt::TextShowMnemonic,
+                                 item.text.left(item.text.indexOf(u'\t')));
+  }
+};
+
+/// A key equivalent works as long as the menu is open, and only then.
+class PopupMenu : public QMenu {
+ public:
+  PopupMenu() {
+    setToolTipsVisible(true);
+    auto* style = new BoundedMenuStyle;
+    style->setParent(this);
+    setStyle(style);
+  }
+
+ protected:
+  void keyPressEvent(QKeyEvent* event) override {
+    for (QAction* action : actions()) {
+      if (!action->isEnabled() || action->shortcut().isEmpty() ||
+          action->shortcut() != QKeySequence(event->keyCombination())) {
+        continue;
+      }
+      close();
+      action->trigger();
+      return;
+    }
+    QMenu::keyPressEvent(event);
+  }
+};
+
+/// A tab would start the column of the keys.
+QString popupTitle(const std::string& title) {
+  return verbatimTitle(title).replace(u'\t', u' ');
+}
+
+/// The protocol reads a single "_" as the mark of a key, and Qt makes such a mark of the first "&"
+/// that is not the last character. That one is given to a character that nobody can type as a key.
+QString exportedTitle(const std::string& title) {
+  QString text = toQString(title).replace(u'_', u"__"_s);
+  const qsizetype ampersand = text.indexOf(u'&');
+  if (ampersand >= 0 && ampersand != text.size() - 1) text.insert(ampersand, u'&');
+  return text;
+}
+
+using TitleForm = QString (*)(const std::string&);
+
+void update(QAction& action, const MenuItem& item, TitleForm titleForm) {
+  action.setText(titleForm(item.title));
+  action.setToolTip(verbatimToolTip(item.toolTip));
+  action.setEnabled(item.isEnabled && item.action);
+  action.setShortcut(item.keyEquivalent.empty()
+                         ? QKeySequence()
+                         : QKeySequence(u"Ctrl+"_s + toQString(item.keyEquivalent).toUpper()));
+}
+
+void fill(QMenu& rendered, const Menu& menu, TitleForm titleForm) {
+  rendered.setSeparatorsCollapsible(false);
+  for (const MenuItem& item : menu.items) {
+    if (item.isSeparatorItem) {
+      rendered.addSeparator();
+      continue;
+    }
+    auto* action = new QAction(&rendered);
+    update(*action, item, titleForm);
+    if (item.action) {
+      QObject::connect(action, &QAction::triggered, action,
+                       [command = *item.action] { performLater(command); });
+    }
+    rendered.addAction(action);
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<QMenu> popupMenu(const Menu& menu) {
+  auto rendered = std::make_unique<PopupMenu>();
+  fill(*rendered, menu, popupTitle);
+  return rendered;
+}
+
+std::unique_ptr<QMenu> exportedMenu(const Menu& menu) {
+  auto rendered = std::make_unique<QMenu>();
+  fill(*rendered, menu, exportedTitle);
+  return rendered;
+}
+
+bool haveSameCommands(const Menu& a, const Menu& b) {
+  return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
+                    [](const MenuItem& x, const MenuItem& y) {
+                      return x.isSeparatorItem == y.isSeparatorItem && x.action == y.action;
+                    });
+}
+
+void updateExportedMenu(QMenu& exported, const Menu& menu) {
+  const QList<QAction*> actions = exported.actions();
+  for (qsizetype i = 0; i < actions.size(); ++i) {
+    const MenuItem& item = menu.items[static_cast<std::size_t>(i)];
+    if (!item.isSeparatorItem) update(*actions[i], item, exportedTitle);
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,161 @@
+#include "platform/StatusItem.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QEvent>
+#include <QFontDatabase>
+#include <QIcon>
+#include <QMenu>
+#include <QPainter>
+#include <QPalette>
+#include <QSvgRenderer>
+#include <QSystemTrayIcon>
+
+#include "platform/qt/Conversions.h"
+#include "platform/qt/MenuRendering.h"
+#include "platform/qt/Rendering.h"
+#include "platform/qt/SystemTray.h"
+
+namespace platform {
+
+namespace {
+
+void drawSymbol(QPainter& painter, const Image& image, const QRect& bounds) {
+  const auto drawing = symbolDrawing(image.systemSymbolName);
+  if (!drawing) return;
+  QSvgRenderer renderer(QString::fromStdString(drawing->string()));
+  renderer.setAspectRatioMode(Qt::KeepAspectRatio);
+  renderer.render(&painter, bounds);
+}
+
+void drawTitle(QPainter& painter, const std::string& title, const QRect& bounds) {
+  QFont font = QApplication::font();
+  font.setPixelSize(bounds.height());
+  painter.setFont(font);
+  painter.drawText(bounds, Qt::AlignCenter | Qt::TextSingleLine, toQString(title));
+}
+
+/// The button at all sizes that bars ask for, everything opaque in `color`; an invalid colour
+/// leaves the drawing's own.
+QIcon icon(const StatusBarButton& button, const QColor& color) {
+  QIcon icon;
+  for (const int size : {16, 22, 24, 32, 44, 48, 64}) {
+    QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (button.image) {
+      drawSymbol(painter, *button.image, image.rect());
+    } else {
+      drawTitle(painter, button.title, image.rect());
+    }
+    if (color.isValid()) {
+      painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+      painter.fillRect(image.rect(), color);
+    }
+    painter.end();
+    icon.addPixmap(QPixmap::fromImage(image));
+  }
+  return icon;
+}
+
+}  // namespace
+
+/// The icon is made once there is a place for it: Qt chooses between the two kinds of tray when the
+/// first icon of a process is made, and keeps to its choice.
+struct StatusItem::Implementation : QObject {
+  Implementation() { qApp->installEventFilter(this); }
+
+  void appear() {
+    if (!icon) {
+      icon = std::make_unique<QSystemTrayIcon>();
+      connect(icon.get(), &QSystemTrayIcon::activated, this, [this] { open(); });
+      exported = exportedMenu(menu);
+      icon->setContextMenu(exported.get());
+      if (!exported->platformMenu()) {
+        icon->setContextMenu(nullptr);
+        exported.reset();
+      }
+    }
+    paint();
+    icon->show();
+  }
+
+  /// Sends the bar what has changed, and nothing else.
+  void paint() {
+    if (!icon) return;
+    const QColor color = this->color();
+    if (!painted || *painted != button || paintedColor != color) {
+      icon->setIcon(platform::icon(button, color));
+    }
+    painted = button;
+    paintedColor = color;
+    icon->setToolTip(exported ? toQString(button.toolTip) : verbatimToolTip(button.toolTip));
+  }
+
+  QColor color() const {
+    if (button.contentTintColor) return toQColor(*button.contentTintColor);
+    if (button.image && !button.image->isTemplate) return {};
+    const auto foreground = exported ? std::nullopt : SystemTray::foreground();
+    return foreground.value_or(QApplication::palette().color(QPalette::WindowText));
+  }
+
+  /// Opens the menu on the screen, which bars that read it over D-Bus do not ask for. Each opening
+  /// has a menu of its own, so that an open one is not touched by a new menu.
+  void open() {
+    if (QWidget* alert = QApplication::activeModalWidget()) {
+      alert->raise();
+      alert->activateWindow();
+      return;
+    }
+    if (menu.items.empty()) return;
+    opened = popupMenu(menu);
+    opened->popup(QCursor::pos());
+  }
+
+  bool eventFilter(QObject* object, QEvent* event) override {
+    if (object == qApp && event->type() == QEvent::ApplicationPaletteChange) paint();
+    return false;
+  }
+
+  StatusBarButton button;
+  Menu menu;
+  std::optional<StatusBarButton> painted;
+  QColor paintedColor;
+  std::unique_ptr<QMenu> opened;
+  // Panels may still send the numbers of entries that they read before the menu was replaced; they
+  // reach the retired menu and carry out what the user saw.
+  std::unique_ptr<QMenu> retired, exported;
+  std::unique_ptr<QSystemTrayIcon> icon;
+  SystemTray tray{[this] { appear(); }};
+};
+
+// How wide an item is, the bar decides.
+StatusItem::StatusItem(double) : implementation(std::make_unique<Implementation>()) {}
+
+StatusItem::~StatusItem() = default;
+
+bool StatusItem::hasButton() const {
+  return true;
+}
+
+void StatusItem::setButton(const StatusBarButton& button) {
+  implementation->button = button;
+  implementation->paint();
+}
+
+void StatusItem::setMenu(const Menu& menu) {
+  if (menu == implementation->menu) return;
+  const bool sameCommands = haveSameCommands(menu, implementation->menu);
+  implementation->menu = menu;
+  if (!implementation->exported) return;
+  if (sameCommands) {
+    updateExportedMenu(*implementation->exported, menu);
+    return;
+  }
+  auto exported = exportedMenu(menu);
+  implementation->icon->setContextMenu(exported.get());
+  implementation->retired = std::exchange(implementation->exported, std::move(exported));
+}
+
+}  // namespace platform

@@ -1,0 +1,110 @@
+#include "platform/qt/SystemTray.h"
+
+#include <xcb/xcb.h>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
+#include <QDBusVariant>
+#include <QGuiApplication>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+using namespace Qt::StringLiterals;
+
+namespace platform {
+
+namespace {
+
+const QString watcherName = u"org.kde.StatusNotifierWatcher"_s;
+const QString watcherPath = u"/StatusNotifierWatcher"_s;
+
+template <typename Reply>
+std::unique_ptr<Reply, decltype(&std::free)> owned(Reply* reply) {
+  return {reply, &std::free};
+}
+
+/// The connection to the X server, or null in a session without one.
+xcb_connection_t* connection() {
+  const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+  return x11 ? x11->connection() : nullptr;
+}
+
+xcb_atom_t atom(xcb_connection_t* x, const std::string& name) {
+  const auto cookie = xcb_intern_atom(x, 0, static_cast<uint16_t>(name.size()), name.c_str());
+  const auto reply = owned(xcb_intern_atom_reply(x, cookie, nullptr));
+  return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
+}
+
+xcb_window_t trayWindow(xcb_connection_t* x) {
+  char* host = nullptr;
+  int display = 0;
+  int screen = 0;
+  if (xcb_parse_display(nullptr, &host, &display, &screen)) std::free(host);
+  const auto cookie =
+      xcb_get_selection_owner(x, atom(x, "_NET_SYSTEM_TRAY_S" + std::to_string(screen)));
+  const auto reply = owned(xcb_get_selection_owner_reply(x, cookie, nullptr));
+  return reply ? reply->owner : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
+}
+
+}  // namespace
+
+SystemTray::SystemTray(std::function<void()> callback) : found(std::move(callback)) {
+  lookSoon.setSingleShot(true);
+  connect(&lookSoon, &QTimer::timeout, this, &SystemTray::look);
+
+  QDBusConnection bus = QDBusConnection::sessionBus();
+  auto* watcher =
+      new QDBusServiceWatcher(watcherName, bus, QDBusServiceWatcher::WatchForRegistration, this);
+  connect(watcher, &QDBusServiceWatcher::serviceRegistered, this, [this] { lookSoon.start(); });
+  bus.connect(watcherName, watcherPath, watcherName, u"StatusNotifierHostRegistered"_s, &lookSoon,
+              SLOT(start()));
+  if (connection()) qGuiApp->installNativeEventFilter(this);
+  look();
+}
+
+SystemTray::~SystemTray() = default;
+
+void SystemTray::look() {
+  QDBusMessage question = QDBusMessage::createMethodCall(
+      watcherName, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+  question.setAutoStartService(false);
+  question << watcherName << u"IsStatusNotifierHostRegistered"_s;
+  constexpr int patience = 2000;
+  auto* answer = new QDBusPendingCallWatcher(
+      QDBusConnection::sessionBus().asyncCall(question, patience), this);
+  connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+    answer->deleteLater();
+    const QDBusPendingReply<QDBusVariant> reply = *answer;
+    const bool hasHost = reply.isValid() && reply.value().variant().toBool();
+    if (hasHost || (connection() && trayWindow(connection()))) found();
+  });
+}
+
+bool SystemTray::nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) {
+  if (eventType != "xcb_generic_event_t") return false;
+  const auto* event = static_cast<const xcb_generic_event_t*>(message);
+  if ((event->response_type & 0x7F) != XCB_CLIENT_MESSAGE) return false;
+  static const xcb_atom_t manager = atom(connection(), "MANAGER");
+  if (reinterpret_cast<const xcb_client_message_event_t*>(event)->type == manager) lookSoon.start();
+  return false;
+}
+
+std::optional<QColor> SystemTray::foreground() {
+  xcb_connection_t* x = connection();
+  if (!x) return std::nullopt;
+  // Four colours, each of red, green and blue; the foreground comes first.
+  const auto cookie = xcb_get_property(x, 0, trayWindow(x), atom(x, "_NET_SYSTEM_TRAY_COLORS"),
+                                       XCB_ATOM_CARDINAL, 0, 3);
+  const auto reply = owned(xcb_get_property_reply(x, cookie, nullptr));
+  if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 12) {
+    return std::nullopt;
+  }
+  const auto* channels = static_cast<const uint32_t*>(xcb_get_property_value(reply.get()));
+  return QColor::fromRgba64(static_cast<quint16>(channels[0]), static_cast<quint16>(channels[1]),
+                            static_cast<quint16>(channels[2]));
+}
+
+}  // namespace platform
