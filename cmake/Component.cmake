@@ -1,17 +1,18 @@
 # A component is a folder whose headers are reached as "folder/Header.h", and only by those that link
 # it: each one's include path holds nothing but a link to its own folder.
-function(component_include_path name out)
-  set(path ${PROJECT_BINARY_DIR}/include/${name})
+function(component_include_path folder out)
+  set(path ${PROJECT_BINARY_DIR}/include/${folder})
   file(MAKE_DIRECTORY ${path})
-  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${path}/${name} SYMBOLIC)
+  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${path}/${folder} SYMBOLIC)
   set(${out} ${path} PARENT_SCOPE)
 endfunction()
 
-# add_component(NAME SOURCES... LINKS OTHER_COMPONENTS...)
-function(add_component name)
+# add_component(FOLDER SOURCES... LINKS OTHER_FOLDERS...): the library pellix_FOLDER.
+function(add_component folder)
   cmake_parse_arguments(PARSE_ARGV 1 component "" "" "SOURCES;LINKS")
-  add_library(${name} STATIC ${component_SOURCES})
-  component_include_path(${name} path)
-  target_include_directories(${name} PUBLIC ${path})
-  target_link_libraries(${name} PUBLIC platform ${component_LINKS})
+  list(TRANSFORM component_LINKS PREPEND pellix_)
+  component_include_path(${folder} path)
+  add_library(pellix_${folder} STATIC ${component_SOURCES})
+  target_include_directories(pellix_${folder} PUBLIC ${path})
+  target_link_libraries(pellix_${folder} PUBLIC platform ${component_LINKS})
 endfunction()
