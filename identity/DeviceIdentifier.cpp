@@ -18,9 +18,9 @@ constexpr std::string_view generatedPrefix = "GEN-";
 // A line ends at a line feed, but not at one right after a carriage return: the pair counts as one
 // character, which is none of the separators.
 std::size_t findLineEnd(std::string_view text) {
-  for (std::size_t at = text.find('\n'); at != text.npos; at = text.find('\n', at + 1))
+  for (std::size_t at = text.find('\n'); at != std::string_view::npos; at = text.find('\n', at + 1))
     if (at == 0 || text[at - 1] != '\r') return at;
-  return text.npos;
+  return std::string_view::npos;
 }
 
 std::optional<std::string> identifierLine(std::string_view text) {
@@ -29,7 +29,7 @@ std::optional<std::string> identifierLine(std::string_view text) {
     const std::string_view line = trimmedOfBlanks(text.substr(0, end));
     if (line.starts_with(hardwarePrefix) || line.starts_with(generatedPrefix))
       return std::string(line);
-    text.remove_prefix(end == text.npos ? text.size() : end + 1);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
   return std::nullopt;
 }
