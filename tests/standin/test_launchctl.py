@@ -1,0 +1,643 @@
+import concurrent.futures
+import itertools
+import json
+import os
+import pathlib
+import plistlib
+import shutil
+import signal
+import subprocess
+import time
+
+import pytest
+
+from standin_harness import DOMAIN, LABEL, STANDIN, eventually, is_running
+
+NO_SUCH_PROCESS = (3, "Boot-out failed: 3: No such process\n")
+NOT_FOUND = (113, f'Could not find service "{LABEL}" in domain for user gui: {os.getuid()}\n')
+FAILED_5 = "Bootstrap failed: 5: Input/output error"
+FOREVER = "exec sleep 1000"
+
+
+def outcome(result):
+    return result.returncode, result.stderr
+
+
+def succeeded(result):
+    assert outcome(result) == (0, "")
+    return result
+
+
+def running_pid(sandbox, label=LABEL):
+    return int(sandbox.print(label)["pid"])
+
+
+def pids_in(path):
+    return [int(line) for line in path.read_text().split()] if path.exists() else []
+
+
+# Loading, starting, unloading
+
+def test_theInstallationsSequenceLoadsAndRestartsTheJob(sandbox):
+    path = sandbox.write_agent(FOREVER, RunAtLoad=True, KeepAlive=True)
+    assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
+    succeeded(sandbox.bootstrap(path))
+    first = running_pid(sandbox)
+    assert is_running(first)
+    succeeded(sandbox.kickstart("-k"))
+    second = running_pid(sandbox)
+    assert second != first
+    assert is_running(second) and not is_running(first)
+
+    succeeded(sandbox.bootout())
+    assert not is_running(second)
+    succeeded(sandbox.bootstrap(path))
+    succeeded(sandbox.kickstart("-k"))
+    assert is_running(running_pid(sandbox))
+
+
+def test_theRewrittenPropertyListCountsAfterReloading(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent("echo old; " + FOREVER, RunAtLoad=True)))
+    succeeded(sandbox.bootout())
+    log = sandbox.home / "log"
+    path = sandbox.write_agent("echo new", RunAtLoad=True, StandardOutPath=str(log))
+    succeeded(sandbox.bootstrap(path))
+    eventually(lambda: log.exists() and log.read_text() == "new\n")
+
+
+def test_theJobSeesItsOwnEnvironmentOnly(sandbox):
+    log = sandbox.home / "environment"
+    path = sandbox.write_agent("env; pwd", RunAtLoad=True, StandardOutPath=str(log),
+                               EnvironmentVariables={"VLX_QUIET": "1", "TEXT": "a=b c"})
+    succeeded(sandbox.bootstrap(path, variables={"CALLERS": "secret", "DISPLAY": ":77"}))
+    lines = eventually(lambda: log.exists() and log.read_text().endswith("/\n")
+                       and log.read_text().splitlines())
+    assert {"VLX_QUIET=1", "TEXT=a=b c", f"HOME={sandbox.home}", "DISPLAY=:77",
+            f"XPC_SERVICE_NAME={LABEL}"} <= set(lines)
+    assert lines[-1] == "/"
+    assert not [line for line in lines if "secret" in line]
+
+
+def test_outputIsAppendedToItsFiles(sandbox):
+    out, err = sandbox.home / "out.log", sandbox.home / "err.log"
+    out.write_text("before\n")
+    path = sandbox.write_agent("echo out; echo err >&2", RunAtLoad=True,
+                               StandardOutPath=str(out), StandardErrorPath=str(err))
+    succeeded(sandbox.bootstrap(path))
+    eventually(lambda: out.read_text() == "before\nout\n")
+    eventually(lambda: err.read_text() == "err\n")
+
+
+def test_argumentsArePassedAsTheyAre(sandbox):
+    log = sandbox.home / "out.log"
+    arguments = ["/usr/bin/printf", "[%s]", "a b", "", "$HOME", "ä"]
+    path = sandbox.write_agent(ProgramArguments=arguments, RunAtLoad=True,
+                               StandardOutPath=str(log))
+    succeeded(sandbox.bootstrap(path))
+    eventually(lambda: log.exists() and log.read_text() == "[a b][][$HOME][ä]")
+
+
+def test_binaryPropertyListsAreRead(sandbox):
+    path = sandbox.agents / "binary.plist"
+    path.write_bytes(plistlib.dumps({
+        "Label": LABEL, "ProgramArguments": ["/bin/sleep", "1000"], "RunAtLoad": True,
+    }, fmt=plistlib.FMT_BINARY))
+    succeeded(sandbox.bootstrap(path))
+    assert sandbox.print()["state"] == "running"
+
+
+def test_aJobWithoutRunAtLoadWaitsForAKickstart(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER)))
+    assert sandbox.print()["state"] == "not running"
+    succeeded(sandbox.kickstart())
+    assert is_running(running_pid(sandbox))
+
+
+def test_kickstartWithoutKillLeavesARunningJobAlone(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
+    before = running_pid(sandbox)
+    succeeded(sandbox.kickstart())
+    assert running_pid(sandbox) == before
+
+
+def test_kickstartWithKillStartsAJobThatDoesNotRun(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER)))
+    succeeded(sandbox.kickstart("-k"))
+    assert is_running(running_pid(sandbox))
+
+
+# Keeping alive
+
+@pytest.mark.parametrize("script", ["exit 0", "exit 1", "kill -9 $$"])
+def test_aJobKeptAliveIsRestartedAfterAnyExit(sandbox, script):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(script, KeepAlive=True, ThrottleInterval=0.1)))
+    eventually(lambda: int(sandbox.print()["runs"]) >= 3)
+
+
+def test_aJobNotKeptAliveStaysAway(sandbox):
+    path = sandbox.write_agent("exit 3", RunAtLoad=True, KeepAlive=False, ThrottleInterval=0)
+    succeeded(sandbox.bootstrap(path))
+    eventually(lambda: sandbox.print()["state"] == "not running")
+    time.sleep(0.3)
+    shown = sandbox.print()
+    assert (shown["runs"], shown["last exit code"]) == ("1", "3")
+
+
+def starts_of_three_runs(sandbox, variables=None, **keys):
+    log = sandbox.home / "starts"
+    path = sandbox.write_agent("date +%s.%N", KeepAlive=True, StandardOutPath=str(log), **keys)
+    succeeded(sandbox.bootstrap(path, variables=variables or {}))
+    eventually(lambda: log.exists() and len(log.read_text().split()) >= 3)
+    return [float(line) for line in log.read_text().split()[:3]]
+
+
+def test_restartsKeepTheThrottleIntervalApart(sandbox):
+    starts = starts_of_three_runs(sandbox, ThrottleInterval=0.6)
+    assert min(b - a for a, b in zip(starts, starts[1:])) > 0.5
+
+
+def test_theEnvironmentGivesTheThrottleIntervalWhereThePropertyListHasNone(sandbox):
+    starts = starts_of_three_runs(sandbox, {"LAUNCHCTL_THROTTLE_INTERVAL": "0.6"})
+    assert min(b - a for a, b in zip(starts, starts[1:])) > 0.5
+
+
+def test_thePropertyListsThrottleIntervalGoesFirst(sandbox):
+    starts_of_three_runs(sandbox, {"LAUNCHCTL_THROTTLE_INTERVAL": "1000"}, ThrottleInterval=0.1)
+
+
+def test_withoutAnyThrottleIntervalARestartTakesLaunchdsTenSeconds(sandbox):
+    path = sandbox.write_agent("exit 0", KeepAlive=True)
+    succeeded(sandbox.bootstrap(path, variables={"LAUNCHCTL_THROTTLE_INTERVAL": "nonsense"}))
+    eventually(lambda: sandbox.print()["state"] == "not running")
+    time.sleep(1)
+    assert sandbox.print()["runs"] == "1"
+
+
+def test_kickstartDoesNotWaitForTheThrottle(sandbox):
+    path = sandbox.write_agent("exit 0", KeepAlive=True, ThrottleInterval=1000)
+    succeeded(sandbox.bootstrap(path))
+    eventually(lambda: sandbox.print()["state"] == "not running")
+    succeeded(sandbox.kickstart("-k"))
+    assert sandbox.print()["runs"] == "2"
+
+
+# Stopping
+
+@pytest.mark.parametrize("stop", ["bootout", "shutdown"])
+def test_aJobThatIgnoresSigtermIsKilled(sandbox, stop):
+    ready = sandbox.home / "ready"
+    path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
+                               RunAtLoad=True, KeepAlive=True, ExitTimeOut=1)
+    succeeded(sandbox.bootstrap(path))
+    eventually(ready.exists)
+    pid = running_pid(sandbox)
+    start = time.monotonic()
+    succeeded(sandbox.bootout() if stop == "bootout" else sandbox.launchctl("shutdown"))
+    assert not is_running(pid)
+    assert 0.9 < time.monotonic() - start < 5
+
+
+def test_aJobMayEndInItsOwnWay(sandbox):
+    ready, ended = sandbox.home / "ready", sandbox.home / "ended"
+    path = sandbox.write_agent(f"trap 'echo > \"{ended}\"; exit' TERM; echo > '{ready}'; "
+                               "while :; do sleep 0.1; done", RunAtLoad=True)
+    succeeded(sandbox.bootstrap(path))
+    eventually(ready.exists)
+    succeeded(sandbox.bootout())
+    assert ended.exists()
+
+
+FAMILY = """
+pids='{pids}'
+set -m
+(trap '' TERM HUP; sleep 1000) & echo $! >> "$pids"
+set +m
+sleep 1000 & echo $! >> "$pids"
+echo $$ >> "$pids"
+{end}
+"""
+
+
+@pytest.mark.parametrize("stop", ["bootout", "shutdown", "kickstart"])
+def test_aJobsChildrenGoWithIt(sandbox, stop):
+    pids = sandbox.home / "pids"
+    path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), RunAtLoad=True)
+    succeeded(sandbox.bootstrap(path))
+    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    assert all(map(is_running, family))
+    if stop == "shutdown":
+        succeeded(sandbox.launchctl("shutdown"))
+    else:
+        succeeded(sandbox.bootout() if stop == "bootout" else sandbox.kickstart("-k"))
+    assert not any(map(is_running, family))
+
+
+def test_childrenDoNotOutliveAJobThatEnds(sandbox):
+    pids = sandbox.home / "pids"
+    path = sandbox.write_agent(FAMILY.format(pids=pids, end="exit 0"), RunAtLoad=True)
+    succeeded(sandbox.bootstrap(path))
+    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    eventually(lambda: not any(map(is_running, family)))
+
+
+# Exit statuses
+
+@pytest.mark.parametrize("others", [False, True])
+def test_whatIsNotLoadedCannotBeFound(sandbox, others):
+    if others:
+        succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, label="other")))
+    assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
+    assert outcome(sandbox.kickstart()) == NOT_FOUND
+    assert outcome(sandbox.kickstart("-k")) == NOT_FOUND
+    assert outcome(sandbox.launchctl("print", f"{DOMAIN}/{LABEL}")) == NOT_FOUND
+    assert sandbox.runtime.exists() == others
+
+
+def test_whatIsLoadedCannotBeLoadedAgain(sandbox):
+    path = sandbox.write_agent(FOREVER, RunAtLoad=True)
+    succeeded(sandbox.bootstrap(path))
+    pid = running_pid(sandbox)
+    assert outcome(sandbox.bootstrap(path)) == (5, FAILED_5 + "\n")
+    assert running_pid(sandbox) == pid
+
+
+def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
+    ready = sandbox.home / "ready"
+    path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
+                               RunAtLoad=True, ExitTimeOut=1)
+    succeeded(sandbox.bootstrap(path))
+    eventually(ready.exists)
+    unloading = sandbox.start("bootout", f"{DOMAIN}/{LABEL}")
+    eventually(lambda: sandbox.launchctl("print", f"{DOMAIN}/{LABEL}").returncode == 113)
+    assert outcome(sandbox.bootstrap(path)) == (
+        37, "Bootstrap failed: 37: Operation already in progress\n")
+    assert outcome(sandbox.kickstart("-k")) == NOT_FOUND
+    assert unloading.communicate(timeout=30) == ("", "")
+    assert unloading.returncode == 0
+
+
+def test_unloadingEndsARestartInProgress(sandbox):
+    ready = sandbox.home / "ready"
+    path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
+                               RunAtLoad=True, ExitTimeOut=1)
+    succeeded(sandbox.bootstrap(path))
+    eventually(ready.exists)
+    restarting = sandbox.start("kickstart", "-k", f"{DOMAIN}/{LABEL}")
+    time.sleep(0.3)
+    succeeded(sandbox.bootout())
+    _, error = restarting.communicate(timeout=30)
+    assert (restarting.returncode, error) == NOT_FOUND
+
+
+def test_aMissingPropertyListCannotBeLoaded(sandbox):
+    path = sandbox.agents / "missing.plist"
+    result = sandbox.bootstrap(path)
+    assert outcome(result) == (5, f"{path}: No such file or directory\n{FAILED_5}\n")
+    assert not sandbox.runtime.exists()
+
+
+def xml(body):
+    return f'<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">{body}</plist>'.encode()
+
+
+def job(**keys):
+    content = {"Label": LABEL, "ProgramArguments": ["/bin/true"]} | keys
+    return plistlib.dumps({key: value for key, value in content.items() if value is not None})
+
+
+@pytest.mark.parametrize("content", [
+    b"", b"garbage", b"\xff\xfe\x00", b"bplist00" + b"\xff" * 64, xml("<dict>"), xml("<array/>"),
+    xml("<dict><key>Label</key><string>a & b</string></dict>"),
+    xml("<dict><key>Label</key></dict>"),
+    xml("<integer>x</integer>"), xml("<array>" * 3000), xml("<date>never</date>"),
+    job(Label=None), job(Label=5), job(Label=""), job(Label="a/b"),
+    job(ProgramArguments=None), job(ProgramArguments=[]), job(ProgramArguments=[1]),
+    job(ProgramArguments="/bin/true"), job(ProgramArguments=[""]),
+    job(EnvironmentVariables=[]), job(EnvironmentVariables={"A": 1}),
+    job(EnvironmentVariables={"A=B": "C"}), job(StandardOutPath=5), job(RunAtLoad="yes"),
+    job(KeepAlive={"SuccessfulExit": False}), job(ThrottleInterval=-1), job(ThrottleInterval="1"),
+    job(ExitTimeOut=True)], ids=itertools.count())
+def test_aWrongPropertyListCannotBeLoaded(sandbox, content):
+    path = sandbox.agents / "wrong.plist"
+    path.write_bytes(content)
+    status, error = outcome(sandbox.bootstrap(path))
+    assert status == 5
+    assert error.startswith(f"{path}: Invalid ")
+    assert error.endswith(FAILED_5 + "\n")
+    assert "Traceback" not in error
+
+
+@pytest.mark.parametrize("make", [pathlib.Path.mkdir, os.mkfifo])
+def test_whatIsNoFileCannotBeLoaded(sandbox, make):
+    path = sandbox.agents / "odd.plist"
+    make(path)
+    assert outcome(sandbox.bootstrap(path)) == (5, f"{path}: Not a property list\n{FAILED_5}\n")
+
+
+@pytest.mark.parametrize("domain", [f"gui/{os.getuid() + 1}", f"user/{os.getuid()}", "gui/x"])
+def test_anotherDomainIsNotServed(sandbox, domain):
+    target = f"{domain}/{LABEL}"
+    for arguments in (["bootstrap", domain, sandbox.write_agent(FOREVER)], ["bootout", target],
+                      ["kickstart", "-k", target], ["print", target]):
+        assert outcome(sandbox.launchctl(*arguments)) == (
+            125, "Domain does not support specified action\n")
+
+
+@pytest.mark.parametrize("arguments", [
+    [], ["list"], ["bootout"], ["bootout", "nonsense"], ["bootout", DOMAIN],
+    ["bootout", DOMAIN + "/"], ["bootout", "a", "b"], ["bootstrap", DOMAIN], ["bootstrap", "gui", "x.plist"],
+    ["kickstart", "-x", f"{DOMAIN}/{LABEL}"], ["kickstart"], ["print"], ["shutdown", "now"]])
+def test_aWrongCommandLineShowsTheUsage(sandbox, arguments):
+    result = sandbox.launchctl(*arguments)
+    assert result.returncode == 64
+    assert "Usage: launchctl bootstrap" in result.stderr
+    assert result.stdout == ""
+
+
+@pytest.mark.parametrize("argument", ["help", "--help"])
+def test_helpNamesTheStandInsOwnCommand(sandbox, argument):
+    result = succeeded(sandbox.launchctl(argument))
+    assert "launchctl shutdown" in result.stdout
+
+
+@pytest.mark.parametrize("keys", [
+    {"ProgramArguments": ["/does/not/exist"]}, {"ProgramArguments": ["/etc/passwd"]},
+    {"ProgramArguments": ["/bin/true"], "StandardOutPath": "/does/not/exist/log"}])
+def test_aJobThatCannotStartIsLoadedAllTheSame(sandbox, keys):
+    path = sandbox.write_agent(KeepAlive=True, ThrottleInterval=0.1, **keys)
+    succeeded(sandbox.bootstrap(path))
+    shown = eventually(lambda: int(sandbox.print()["runs"]) >= 2 and sandbox.print())
+    assert shown["state"] == "not running"
+    assert shown["last exit code"].startswith("78: EX_CONFIG")
+    succeeded(sandbox.bootout())
+
+
+# The supervisor
+
+def test_itLeavesWithTheLastJob(sandbox):
+    for label in ("one", "two"):
+        succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, label, RunAtLoad=True)))
+    assert len(sandbox.supervisors()) == 1
+    succeeded(sandbox.bootout("one"))
+    assert is_running(running_pid(sandbox, "two"))
+    succeeded(sandbox.bootout("two"))
+    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+
+
+def test_shutdownLeavesNothingBehind(sandbox):
+    succeeded(sandbox.launchctl("shutdown"))
+    before = sorted(sandbox.home.rglob("*"))
+    paths = [sandbox.write_agent(FOREVER, label, KeepAlive=True) for label in ("one", "two")]
+    for path in paths:
+        succeeded(sandbox.bootstrap(path))
+    pids = [running_pid(sandbox, label) for label in ("one", "two")]
+    succeeded(sandbox.launchctl("shutdown"))
+    assert not any(map(is_running, pids))
+    assert sorted(sandbox.home.rglob("*")) == sorted(before + paths)
+    eventually(lambda: not sandbox.supervisors(), timeout=1)
+    succeeded(sandbox.launchctl("shutdown"))
+
+
+def test_twoHomesShareNothing(make_sandbox):
+    one, two = make_sandbox("one"), make_sandbox("two")
+    for sandbox in (one, two):
+        succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
+    survivor = running_pid(two)
+    assert running_pid(one) != survivor
+    succeeded(one.launchctl("shutdown"))
+    assert is_running(survivor)
+    assert outcome(one.bootout()) == NO_SUCH_PROCESS
+    assert running_pid(two) == survivor
+
+
+def test_aDeepHomeIsNoProblem(make_sandbox):
+    sandbox = make_sandbox("/".join(["a folder with a long name"] * 8))
+    assert len(str(sandbox.home)) > 200
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
+    assert is_running(running_pid(sandbox))
+
+
+def test_theCallersPipesAreLeftAlone(sandbox):
+    path = sandbox.write_agent(FOREVER, RunAtLoad=True)
+    reader, writer = os.pipe()
+    try:
+        succeeded(sandbox.bootstrap(path, pass_fds=[writer]))  # itself reads to the end
+        os.close(writer)
+        os.set_blocking(reader, False)
+        assert os.read(reader, 1) == b""  # the end, not "nothing yet"
+        assert is_running(running_pid(sandbox))
+    finally:
+        os.close(reader)
+
+
+def test_theCallersSignalsDoNotReachIt(sandbox):
+    caller = subprocess.Popen(
+        [STANDIN / "launchctl", "bootstrap", DOMAIN, sandbox.write_agent(FOREVER, RunAtLoad=True)],
+        env=sandbox.environment, start_new_session=True)
+    assert caller.wait(timeout=30) == 0
+    pid = running_pid(sandbox)
+    with pytest.raises(ProcessLookupError):
+        os.killpg(caller.pid, signal.SIGKILL)  # nothing of the caller's group is left
+    assert is_running(pid)
+
+
+def test_itSleepsWhileNothingHappens(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
+    succeeded(sandbox.bootstrap(sandbox.write_agent("exit 0", "done", KeepAlive=True)))
+    eventually(lambda: sandbox.print("done")["state"] == "not running")
+    (supervisor,) = sandbox.supervisors()
+
+    def wakeups():
+        text = pathlib.Path(f"/proc/{supervisor}/status").read_text()
+        return int(text.split("\nvoluntary_ctxt_switches:")[1].split()[0])
+
+    time.sleep(0.2)
+    before = wakeups()
+    time.sleep(1)
+    assert wakeups() - before <= 2
+
+
+def test_sigtermStopsItAndItsJobs(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
+    pid = running_pid(sandbox)
+    (supervisor,) = sandbox.supervisors()
+    os.kill(supervisor, signal.SIGTERM)
+    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+    assert not is_running(pid)
+
+
+def test_aDeletedHomeTakesItsJobsWithIt(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
+    pid = running_pid(sandbox)
+    shutil.rmtree(sandbox.home)
+    eventually(lambda: not sandbox.supervisors(), timeout=15)
+    assert not is_running(pid)
+
+
+# A killed supervisor
+
+def kill_supervisor(sandbox):
+    (supervisor,) = sandbox.supervisors()
+    os.kill(supervisor, signal.SIGKILL)
+    eventually(lambda: not is_running(supervisor))
+
+
+@pytest.mark.parametrize("command, expected", [
+    (["bootout", f"{DOMAIN}/{LABEL}"], NO_SUCH_PROCESS),
+    (["kickstart", "-k", f"{DOMAIN}/{LABEL}"], NOT_FOUND),
+    (["print", f"{DOMAIN}/{LABEL}"], NOT_FOUND), (["shutdown"], (0, ""))])
+def test_aKilledSupervisorsJobsAreFoundAndStopped(sandbox, command, expected):
+    pids = sandbox.home / "pids"
+    path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
+    succeeded(sandbox.bootstrap(path))
+    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    kill_supervisor(sandbox)
+    assert outcome(sandbox.launchctl(*command)) == expected
+    assert not any(map(is_running, family))
+    assert not sandbox.runtime.exists()
+
+
+def test_childrenOfAnOrphanThatEndedAreStoppedToo(sandbox):
+    pids = sandbox.home / "pids"
+    path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
+    succeeded(sandbox.bootstrap(path))
+    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    leader = running_pid(sandbox)
+    kill_supervisor(sandbox)
+    os.kill(leader, signal.SIGKILL)
+    eventually(lambda: not is_running(leader))
+    succeeded(sandbox.launchctl("shutdown"))
+    assert not any(map(is_running, family))
+
+
+def test_loadingWorksAfterTheSupervisorWasKilled(sandbox):
+    path = sandbox.write_agent(FOREVER, KeepAlive=True)
+    succeeded(sandbox.bootstrap(path))
+    orphan = running_pid(sandbox)
+    kill_supervisor(sandbox)
+    succeeded(sandbox.bootstrap(path))
+    assert not is_running(orphan)
+    assert is_running(running_pid(sandbox))
+
+
+def test_aProcessThatOnlyHasAnOrphansNumberIsSpared(sandbox):
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
+    record = sandbox.runtime / "jobs.json"
+    content = json.loads(record.read_text())
+    kill_supervisor(sandbox)
+    os.kill(content["jobs"][0]["pid"], signal.SIGKILL)
+    time.sleep(0.05)
+    stranger = subprocess.Popen(["/bin/sleep", "1000"], start_new_session=True)
+    try:
+        content["jobs"][0]["pid"] = stranger.pid
+        record.write_text(json.dumps(content))
+        assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
+        assert stranger.poll() is None
+    finally:
+        stranger.kill()
+        stranger.wait()
+
+
+@pytest.mark.parametrize("content", ["", "[]", "{", '{"boot": 1, "jobs": 1}', "[" * 100000],
+                         ids=itertools.count())
+def test_aDamagedRecordDoesNotStopAnybody(sandbox, content):
+    sandbox.runtime.mkdir()
+    (sandbox.runtime / "jobs.json").write_text(content)
+    (sandbox.runtime / "socket").write_text("not a socket")
+    assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
+    succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
+    assert is_running(running_pid(sandbox))
+
+
+# Many at once
+
+def test_fiftyLoadsOfOneJobLoadItOnce(sandbox):
+    path = sandbox.write_agent(FOREVER, RunAtLoad=True)
+    callers = [sandbox.start("bootstrap", DOMAIN, path) for _ in range(50)]
+    results = sorted((caller.communicate(timeout=60)[1], caller.returncode) for caller in callers)
+    assert results == [("", 0)] + [(FAILED_5 + "\n", 5)] * 49
+    assert sandbox.print()["runs"] == "1"
+    assert len(sandbox.supervisors()) == 1
+
+
+def test_fiftyJobsLoadedAndUnloadedAtOnce(sandbox):
+    labels = [f"job{number}" for number in range(25)]
+    paths = [sandbox.write_agent(FOREVER, label, RunAtLoad=True) for label in labels]
+    callers = [sandbox.start("bootstrap", DOMAIN, path) for path in paths]
+    callers += [sandbox.start("bootout", f"{DOMAIN}/{label}") for label in labels]
+    for caller in callers:
+        caller.communicate(timeout=60)
+    assert {caller.returncode for caller in callers[:25]} == {0}
+    assert {caller.returncode for caller in callers[25:]} <= {0, 3}
+    for label, unloading in zip(labels, callers[25:]):
+        loaded = sandbox.launchctl("print", f"{DOMAIN}/{label}").returncode == 0
+        assert loaded == (unloading.returncode == 3)
+    assert len(sandbox.supervisors()) <= 1
+
+
+def test_comingAndGoingAtOnceLosesNoJob(sandbox):
+    """Loads keep meeting a supervisor that is just leaving."""
+    paths = {label: sandbox.write_agent("exit 0", label) for label in ("one", "two", "three")}
+
+    def come_and_go(label):
+        outcomes = []
+        for _ in range(6):
+            outcomes.append(outcome(sandbox.bootstrap(paths[label])))
+            outcomes.append(outcome(sandbox.bootout(label)))
+        return outcomes
+
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        assert list(pool.map(come_and_go, paths)) == [[(0, "")] * 12] * 3
+    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+
+
+# The call log
+
+def test_callsAreLogged(sandbox):
+    log = sandbox.home / "calls"
+    for arguments in (["bootout", f"{DOMAIN}/{LABEL}"], ["bootstrap", DOMAIN, "a b.plist"], []):
+        sandbox.launchctl(*arguments, variables={"LAUNCHCTL_LOG": str(log)})
+    assert [json.loads(line) for line in log.read_text().splitlines()] == [
+        ["bootout", f"{DOMAIN}/{LABEL}"], ["bootstrap", DOMAIN, "a b.plist"], []]
+
+
+def test_aLogThatCannotBeWrittenDoesNoHarm(sandbox):
+    result = sandbox.launchctl("bootout", f"{DOMAIN}/{LABEL}",
+                               variables={"LAUNCHCTL_LOG": "/does/not/exist"})
+    assert outcome(result) == NO_SUCH_PROCESS
+
+
+# With the service
+
+def test_theServiceRunsUnderIt(sandbox, stopped_guard):
+    guard = stopped_guard
+    guard.port = guard.start().port  # a port that was free a moment ago
+    guard.stop()
+    logs = sandbox.home / "logs"
+    logs.mkdir()
+    path = sandbox.write_agent(
+        ProgramArguments=[str(guard.binary), "run", "--port", str(guard.port)], RunAtLoad=True,
+        KeepAlive=True, ThrottleInterval=0.1, ProcessType="Background",
+        EnvironmentVariables={"VLX_QUIET": "1"},
+        StandardOutPath=str(logs / "launchd.out.log"),
+        StandardErrorPath=str(logs / "launchd.err.log"))
+
+    def answers():
+        try:
+            return guard.status()
+        except OSError:
+            return None
+
+    sandbox.bootout()
+    succeeded(sandbox.bootstrap(path))
+    succeeded(sandbox.kickstart("-k"))
+    eventually(answers)
+    guard.set(state="revoked")
+    succeeded(sandbox.kickstart("-k"))
+    assert eventually(answers)["state"] == "revoked"
+    os.kill(running_pid(sandbox), signal.SIGKILL)
+    assert eventually(answers)["state"] == "revoked"
+    succeeded(sandbox.bootout())
+    assert answers() is None
+    assert {file.name: file.read_text() for file in logs.iterdir()} == {
+        "launchd.out.log": "", "launchd.err.log": ""}
