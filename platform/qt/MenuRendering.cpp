@@ -101,7 +101,7 @@ QString exportedTitle(const std::string& title) {
 
 using TitleForm = QString (*)(const std::string&);
 
-void update(QAction& action, const MenuItem& item, TitleForm titleForm) {
+void updateAction(QAction& action, const MenuItem& item, TitleForm titleForm) {
   action.setText(titleForm(item.title));
   action.setToolTip(verbatimToolTip(item.toolTip));
   action.setEnabled(item.isEnabled && item.action);
@@ -110,7 +110,7 @@ void update(QAction& action, const MenuItem& item, TitleForm titleForm) {
                          : QKeySequence(u"Ctrl+"_s + toQString(item.keyEquivalent).toUpper()));
 }
 
-void fill(QMenu& rendered, const Menu& menu, TitleForm titleForm) {
+void addItems(QMenu& rendered, const Menu& menu, TitleForm titleForm) {
   rendered.setSeparatorsCollapsible(false);
   for (const MenuItem& item : menu.items) {
     if (item.isSeparatorItem) {
@@ -118,7 +118,7 @@ void fill(QMenu& rendered, const Menu& menu, TitleForm titleForm) {
       continue;
     }
     auto* action = new QAction(&rendered);
-    update(*action, item, titleForm);
+    updateAction(*action, item, titleForm);
     if (item.action) {
       QObject::connect(action, &QAction::triggered, action,
                        [command = *item.action] { performLater(command); });
@@ -131,14 +131,24 @@ void fill(QMenu& rendered, const Menu& menu, TitleForm titleForm) {
 
 std::unique_ptr<QMenu> popupMenu(const Menu& menu) {
   auto rendered = std::make_unique<PopupMenu>();
-  fill(*rendered, menu, popupTitle);
+  addItems(*rendered, menu, popupTitle);
   return rendered;
 }
 
-std::unique_ptr<QMenu> exportedMenu(const Menu& menu) {
-  auto rendered = std::make_unique<QMenu>();
-  fill(*rendered, menu, exportedTitle);
-  return rendered;
+// Qt frees what it exported of an entry when the entry is removed, and only then.
+ExportedMenu::~ExportedMenu() {
+  clear();
+}
+
+void ExportedMenu::fill(const Menu& menu) {
+  addItems(*this, menu, exportedTitle);
+}
+
+void ExportedMenu::update(const Menu& menu) {
+  for (std::size_t i = 0; i < menu.items.size(); ++i) {
+    QAction& action = *actions()[static_cast<qsizetype>(i)];
+    if (!action.isSeparator()) updateAction(action, menu.items[i], exportedTitle);
+  }
 }
 
 bool haveSameCommands(const Menu& a, const Menu& b) {
@@ -146,14 +156,6 @@ bool haveSameCommands(const Menu& a, const Menu& b) {
                     [](const MenuItem& x, const MenuItem& y) {
                       return x.isSeparatorItem == y.isSeparatorItem && x.action == y.action;
                     });
-}
-
-void updateExportedMenu(QMenu& exported, const Menu& menu) {
-  const QList<QAction*> actions = exported.actions();
-  for (qsizetype i = 0; i < actions.size(); ++i) {
-    const MenuItem& item = menu.items[static_cast<std::size_t>(i)];
-    if (!item.isSeparatorItem) update(*actions[i], item, exportedTitle);
-  }
 }
 
 }  // namespace platform

@@ -70,9 +70,11 @@ struct StatusItem::Implementation : QObject {
     if (!icon) {
       icon = std::make_unique<QSystemTrayIcon>();
       connect(icon.get(), &QSystemTrayIcon::activated, this, [this] { open(); });
-      exported = exportedMenu(menu);
+      exported = std::make_unique<ExportedMenu>();
       icon->setContextMenu(exported.get());
-      if (!exported->platformMenu()) {
+      if (exported->platformMenu()) {
+        exported->fill(menu);
+      } else {
         icon->setContextMenu(nullptr);
         exported.reset();
       }
@@ -90,7 +92,8 @@ struct StatusItem::Implementation : QObject {
     }
     painted = button;
     paintedColor = color;
-    icon->setToolTip(exported ? toQString(button.toolTip) : verbatimToolTip(button.toolTip));
+    const QString toolTip = exported ? toQString(button.toolTip) : verbatimToolTip(button.toolTip);
+    if (icon->toolTip() != toolTip) icon->setToolTip(toolTip);
   }
 
   QColor color() const {
@@ -125,7 +128,7 @@ struct StatusItem::Implementation : QObject {
   std::unique_ptr<QMenu> opened;
   // Panels may still send the numbers of entries that they read before the menu was replaced; they
   // reach the retired menu and carry out what the user saw.
-  std::unique_ptr<QMenu> retired, exported;
+  std::unique_ptr<ExportedMenu> retired, exported;
   std::unique_ptr<QSystemTrayIcon> icon;
   SystemTray tray{[this] { appear(); }};
 };
@@ -150,11 +153,12 @@ void StatusItem::setMenu(const Menu& menu) {
   implementation->menu = menu;
   if (!implementation->exported) return;
   if (sameCommands) {
-    updateExportedMenu(*implementation->exported, menu);
+    implementation->exported->update(menu);
     return;
   }
-  auto exported = exportedMenu(menu);
+  auto exported = std::make_unique<ExportedMenu>();
   implementation->icon->setContextMenu(exported.get());
+  exported->fill(menu);
   implementation->retired = std::exchange(implementation->exported, std::move(exported));
 }
 
