@@ -33,16 +33,16 @@ class BoundedMenuStyle : public QProxyStyle {
     if (element != CE_MenuItem || !item) {
       return QProxyStyle::drawControl(element, option, painter, widget);
     }
+    const qsizetype keyColumn = item->text.indexOf(u'\t');
+    const QString title = item->text.left(keyColumn);
+    const QSize size = item->fontMetrics.size(Qt::TextSingleLine | Qt::TextShowMnemonic, title);
+    const int excess = QProxyStyle::sizeFromContents(CT_MenuItem, item, size, widget).width() -
+                       maximumWidth(widget);
     QStyleOptionMenuItem elided(*item);
-    const qsizetype keyColumn = item->text.indexOf(u'	');
-    const int textWidth = titleSize(*item).width();
-    const int missing =
-        QProxyStyle::sizeFromContents(CT_MenuItem, item, titleSize(*item), widget).width() +
-        item->reservedShortcutWidth - item->rect.width();
-    if (missing > 0) {
-      QString title = item->text.left(keyColumn).replace(u"&&"_s, u"&"_s);
-      title = item->fontMetrics.elidedText(title, Qt::ElideMiddle, textWidth - missing);
-      elided.text = title.replace(u'&', u"&&"_s);
+    if (excess > 0) {
+      elided.text = item->fontMetrics.elidedText(QString(title).replace(u"&&"_s, u"&"_s),
+                                                 Qt::ElideMiddle, size.width() - excess);
+      elided.text.replace(u'&', u"&&"_s);
       if (keyColumn >= 0) elided.text += item->text.mid(keyColumn);
     }
     QProxyStyle::drawControl(element, &elided, painter, widget);
@@ -52,11 +52,6 @@ class BoundedMenuStyle : public QProxyStyle {
   static int maximumWidth(const QWidget* widget) {
     const QScreen* screen = widget ? widget->screen() : QGuiApplication::primaryScreen();
     return screen ? screen->availableGeometry().width() / 2 : 640;
-  }
-
-  static QSize titleSize(const QStyleOptionMenuItem& item) {
-    return item.fontMetrics.size(Qt::TextSingleLine | Qt::TextShowMnemonic,
-                                 item.text.left(item.text.indexOf(u'\t')));
   }
 };
 

@@ -3,13 +3,15 @@
 #include <QApplication>
 #include <QCursor>
 #include <QEvent>
-#include <QFontDatabase>
 #include <QIcon>
+#include <QImage>
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
 #include <QSvgRenderer>
 #include <QSystemTrayIcon>
+#include <algorithm>
+#include <utility>
 
 #include "platform/qt/Conversions.h"
 #include "platform/qt/MenuRendering.h"
@@ -35,9 +37,35 @@ void drawTitle(QPainter& painter, const std::string& title, const QRect& bounds)
   painter.drawText(bounds, Qt::AlignCenter | Qt::TextSingleLine, toQString(title));
 }
 
-/// The button at all sizes that bars ask for, everything opaque in `color`; an invalid colour
-/// leaves the drawing's own.
-QIcon icon(const StatusBarButton& button, const QColor& color) {
+/// Colours of an icon. One that is not valid is not used.
+struct Ink {
+  QColor fill;  ///< of everything that the drawing covers; else the drawing keeps its own colours
+  QColor rim;   ///< around it
+  friend bool operator==(const Ink&, const Ink&) = default;
+};
+
+QImage filled(QImage image, const QColor& color) {
+  QPainter painter(&image);
+  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+  painter.fillRect(image.rect(), color);
+  return image;
+}
+
+QImage rimmed(const QImage& image, const QColor& color) {
+  const QImage shadow = filled(image, color);
+  const int width = std::max(1, image.width() / 24);
+  QImage result(image.size(), image.format());
+  result.fill(Qt::transparent);
+  QPainter painter(&result);
+  for (const int x : {-width, 0, width}) {
+    for (const int y : {-width, 0, width}) painter.drawImage(x, y, shadow);
+  }
+  painter.drawImage(0, 0, image);
+  return result;
+}
+
+/// The button at all sizes that bars ask for.
+QIcon icon(const StatusBarButton& button, const Ink& ink) {
   QIcon icon;
   for (const int size : {16, 22, 24, 32, 44, 48, 64}) {
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
@@ -49,11 +77,9 @@ QIcon icon(const StatusBarButton& button, const QColor& color) {
     } else {
       drawTitle(painter, button.title, image.rect());
     }
-    if (color.isValid()) {
-      painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-      painter.fillRect(image.rect(), color);
-    }
     painter.end();
+    if (ink.fill.isValid()) image = filled(image, ink.fill);
+    if (ink.rim.isValid()) image = rimmed(image, ink.rim);
     icon.addPixmap(QPixmap::fromImage(image));
   }
   return icon;
@@ -86,21 +112,25 @@ struct StatusItem::Implementation : QObject {
   /// Sends the bar what has changed, and nothing else.
   void paint() {
     if (!icon) return;
-    const QColor color = this->color();
-    if (!painted || *painted != button || paintedColor != color) {
-      icon->setIcon(platform::icon(button, color));
+    const Ink ink = this->ink();
+    if (!painted || *painted != button || paintedInk != ink) {
+      icon->setIcon(platform::icon(button, ink));
     }
     painted = button;
-    paintedColor = color;
+    paintedInk = ink;
     const QString toolTip = exported ? toQString(button.toolTip) : verbatimToolTip(button.toolTip);
     if (icon->toolTip() != toolTip) icon->setToolTip(toolTip);
   }
 
-  QColor color() const {
-    if (button.contentTintColor) return toQColor(*button.contentTintColor);
+  Ink ink() const {
+    if (button.contentTintColor) return {toQColor(*button.contentTintColor), {}};
     if (button.image && !button.image->isTemplate) return {};
-    const auto foreground = exported ? std::nullopt : SystemTray::foreground();
-    return foreground.value_or(QApplication::palette().color(QPalette::WindowText));
+    if (!exported) {
+      if (const auto foreground = SystemTray::foreground()) return {*foreground, {}};
+    }
+    // Bars rarely say whether they are light or dark. The rim is seen only if the guess was wrong.
+    const QPalette palette = QApplication::palette();
+    return {palette.color(QPalette::WindowText), palette.color(QPalette::Window)};
   }
 
   /// Opens the menu on the screen, which bars that read it over D-Bus do not ask for. Each opening
@@ -124,7 +154,7 @@ struct StatusItem::Implementation : QObject {
   StatusBarButton button;
   Menu menu;
   std::optional<StatusBarButton> painted;
-  QColor paintedColor;
+  Ink paintedInk;
   std::unique_ptr<QMenu> opened;
   // Panels may still send the numbers of entries that they read before the menu was replaced; they
   // reach the retired menu and carry out what the user saw.
