@@ -9,8 +9,8 @@
 namespace pellix::Installer {
 namespace {
 
-void launchctl(std::vector<std::string> arguments) {
-  platform::Task task(platform::Launchd::launchctl(), std::move(arguments));
+void launchctl(const std::vector<std::string>& arguments) {
+  platform::Task task(platform::Launchd::launchctl(), arguments);
   try {
     task.launch();
   } catch (const platform::Error&) {

@@ -17,7 +17,7 @@ class Task {
   };
 
   /// `arguments` leaves out the executable's own name.
-  Task(std::filesystem::path executableUrl, std::vector<std::string> arguments,
+  Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
        Output output = Output::inherited);
   ~Task();
   Task(const Task&) = delete;

@@ -77,7 +77,7 @@ void write(int file, std::string_view bytes) {
 }
 
 void copyBytes(int from, int to) {
-  std::array<char, 64 * 1024> buffer;
+  std::array<char, 1U << 16U> buffer;
   while (true) {
     const ssize_t count = ::read(from, buffer.data(), buffer.size());
     if (count == 0) return;
@@ -157,7 +157,7 @@ class Sibling {
 
 std::optional<fs::path> homeDirectory() {
   if (const char* const home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;
-  std::array<char, 16 * 1024> buffer;
+  std::array<char, 1U << 14U> buffer;
   passwd entry;
   passwd* found = nullptr;
   ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);

@@ -9,7 +9,7 @@ namespace platform::Launchd {
 
 std::filesystem::path launchctl() {
   if (const auto executable = Bundle::executableUrl()) {
-    const auto beside = executable->parent_path() / "launchctl";
+    auto beside = executable->parent_path() / "launchctl";
     if (FileManager::fileExists(beside)) return beside;
   }
   return "/bin/launchctl";

@@ -12,7 +12,8 @@ struct Task::Implementation {
   QProcess process;
 };
 
-Task::Task(std::filesystem::path executableUrl, std::vector<std::string> arguments, Output output)
+Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
+           Output output)
     : implementation(std::make_unique<Implementation>()) {
   QProcess& process = implementation->process;
   // Absolute, so that a bare name is never looked for in $PATH.

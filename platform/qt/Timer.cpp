@@ -37,7 +37,8 @@ std::unique_ptr<Timer> Timer::scheduledTimer(double interval, bool repeats,
   timer.setTimerType(Qt::PreciseTimer);
   timer.setSingleShot(!repeats);
   QObject::connect(&timer, &QTimer::timeout, [firing = implementation->firing] {
-    const auto kept = firing;  // the block may end the timer, and this connection with it
+    // The block may end the timer, and this connection with it.
+    const auto kept = firing;  // NOLINT(performance-unnecessary-copy-initialization)
     ++kept->underWay;
     kept->block();
     --kept->underWay;

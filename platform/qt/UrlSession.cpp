@@ -130,7 +130,7 @@ struct UrlSession::Implementation {
         request.completionHandler({});
       }
     } else {
-      const bool isLarge = request.body.size() > 1024 * 1024;
+      const bool isLarge = request.body.size() > 1U << 20U;
       request.completionHandler(std::move(request.body));
       if (isLarge) ::malloc_trim(0);  // or its many small pieces stay with the process
     }

@@ -147,7 +147,8 @@ struct Task::Implementation {
   bool wasLaunched = false;
 };
 
-Task::Task(std::filesystem::path executableUrl, std::vector<std::string> arguments, Output output) {
+Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
+           Output output) {
   std::string commandLine = executableUrl;
   for (const auto& argument : arguments) commandLine += " [" + argument + "]";
   implementation = std::make_unique<Implementation>(
