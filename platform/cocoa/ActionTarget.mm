@@ -1,0 +1,23 @@
+#import "platform/cocoa/ActionTarget.h"
+
+#include <utility>
+
+#include "platform/cocoa/Conversions.h"
+
+@implementation PellixActionTarget {
+  platform::Action action;
+}
+
+- (instancetype)initWithAction:(platform::Action)newAction {
+  self = [super init];
+  action = std::move(newAction);
+  return self;
+}
+
+- (void)performAction:(id)sender {
+  // A copy, as the action may replace the menu or window that this object goes with.
+  const platform::Action current = action;
+  if (const auto target = current.target.lock()) target->perform(current.selector);
+}
+
+@end
