@@ -8,17 +8,16 @@ namespace {
 
 NSMenuItem* nsMenuItem(const MenuItem& item) {
   if (item.isSeparatorItem) return [NSMenuItem separatorItem];
+  // Automatic enabling would enable whatever has an action.
+  const bool acts = item.action && item.isEnabled;
   NSMenuItem* made = [[NSMenuItem alloc] initWithTitle:nsString(item.title)
-                                                action:nil
+                                                action:acts ? @selector(performAction:) : nil
                                          keyEquivalent:nsString(item.keyEquivalent)];
   made.toolTip = nsStringOrNil(item.toolTip);
   made.enabled = item.isEnabled;
-  // Automatic enabling would enable whatever has an action.
-  if (item.action && item.isEnabled) {
-    PellixActionTarget* target = [[PellixActionTarget alloc] initWithAction:*item.action];
-    made.action = @selector(performAction:);
-    made.target = target;             // held weakly
-    made.representedObject = target;  // so the item owns it here
+  if (acts) {
+    made.representedObject = [[PellixActionTarget alloc] initWithAction:*item.action];
+    made.target = made.representedObject;  // held weakly, hence the ownership above
   }
   return made;
 }
