@@ -10,7 +10,8 @@ struct Task::Implementation {
   bool isLaunched = false;       // much of an NSTask raises unless it was launched
 };
 
-Task::Task(std::filesystem::path executableUrl, std::vector<std::string> arguments, Output output)
+Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
+           Output output)
     : implementation(std::make_unique<Implementation>(Implementation{[[NSTask alloc] init]})) {
   NSTask* task = implementation->task;
   NSMutableArray<NSString*>* texts = [NSMutableArray array];
