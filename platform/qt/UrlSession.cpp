@@ -31,18 +31,26 @@ int statusOf(const QNetworkReply& reply) {
   return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }
 
-/// Whether an answer came whole. QNetworkReply reports an unwelcome status as an error too.
+/// Whether an answer came whole. QNetworkReply reports an unwelcome status as an error too, in
+/// ranges of their own; 400 and 407 have other ones.
 bool isAnswer(const QNetworkReply& reply) {
+  using enum QNetworkReply::NetworkError;
   const int status = statusOf(reply);
   const QNetworkReply::NetworkError error = reply.error();
-  if (error == QNetworkReply::NoError) return status != 0;
-  if (status == 407) return error == QNetworkReply::ProxyAuthenticationRequiredError;
-  if (status >= 500) {
-    return error >= QNetworkReply::InternalServerError &&
-           error <= QNetworkReply::UnknownServerError;
-  }
-  return status >= 400 && error >= QNetworkReply::ContentAccessDenied &&
-         error <= QNetworkReply::UnknownContentError;
+  if (error == NoError) return status != 0;
+  if (status < 400) return false;
+  return (error >= ContentAccessDenied && error <= UnknownContentError) ||
+         (error >= InternalServerError && error <= UnknownServerError) ||
+         error == ProtocolInvalidOperationError ||
+         (status == 407 && error == ProxyAuthenticationRequiredError);
+}
+
+/// Whether less of the body arrived than the answer promised. Only needed for an unwelcome status,
+/// which QNetworkReply may report in place of the failure that came after it.
+bool isCutShort(const QNetworkReply& reply, std::size_t size) {
+  return !reply.hasRawHeader("Content-Encoding") &&
+         reply.header(QNetworkRequest::ContentLengthHeader).toLongLong() >
+             static_cast<qint64>(size);
 }
 
 /// Where an answer sends the client instead, if it does.
@@ -121,7 +129,7 @@ struct UrlSession::Implementation {
     readAvailable(reply);
     Request request = std::move(requests.extract(&reply).mapped());
     reply.deleteLater();
-    if (!isAnswer(reply)) {
+    if (!isAnswer(reply) || isCutShort(reply, request.body.size())) {
       request.completionHandler({});
     } else if (const auto target = redirectOf(reply)) {
       if (request.redirects < maximumRedirects && isOnThisMachine(*target)) {
