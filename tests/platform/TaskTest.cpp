@@ -1,0 +1,159 @@
+#include "platform/Task.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "TemporaryFolder.h"
+#include "platform/Error.h"
+
+namespace {
+
+using platform::Task;
+
+/// What a shell script prints.
+std::string outputOf(const std::string& script, const std::vector<std::string>& arguments = {}) {
+  std::vector<std::string> all = {"-c", script, "sh"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  Task task("/bin/sh", all, Task::Output::captured);
+  task.launch();
+  task.waitUntilExit();
+  return task.readStandardOutputToEnd();
+}
+
+/// While it lives, one of the process's own streams is a file.
+class Redirection {
+ public:
+  Redirection(int redirected, const std::filesystem::path& path, int flags)
+      : stream(redirected), old(::dup(redirected)) {
+    const int file = ::open(path.c_str(), flags, 0600);
+    ::dup2(file, stream);
+    ::close(file);
+  }
+  ~Redirection() {
+    ::dup2(old, stream);
+    ::close(old);
+  }
+
+ private:
+  int stream;
+  int old;
+};
+
+TEST(TaskContract, capturesStandardOutput) {
+  EXPECT_EQ(outputOf("printf '{\"device_id\":\"—\"}\\n'"), "{\"device_id\":\"—\"}\n");
+  EXPECT_EQ(outputOf(":"), "");
+}
+
+TEST(TaskContract, outputIsBytes) {
+  EXPECT_EQ(outputOf("printf 'a\\000\\377\\r\\nb'"), std::string("a\0\377\r\nb", 6));
+}
+
+TEST(TaskContract, capturedStandardErrorIsNotPartOfTheOutput) {
+  EXPECT_EQ(outputOf("echo no >&2; echo yes; echo no >&2"), "yes\n");
+}
+
+TEST(TaskContract, outputCountsWhateverTheExitStatus) {
+  EXPECT_EQ(outputOf("echo yes; exit 3"), "yes\n");
+  EXPECT_EQ(outputOf("echo yes; kill -KILL $$"), "yes\n");
+}
+
+TEST(TaskContract, outputThatFillsAPipeIsWhole) {
+  EXPECT_EQ(outputOf("head -c 60000 /dev/zero").size(), 60'000u);
+}
+
+TEST(TaskContract, argumentsArriveAsTheyAre) {
+  EXPECT_EQ(outputOf("printf '[%s]' \"$@\"",
+                     {"two words", "", "\"$HOME\" `x` \\ *", "line\nbreak", "--json", "ü😀"}),
+            "[two words][][\"$HOME\" `x` \\ *][line\nbreak][--json][ü😀]");
+}
+
+TEST(TaskContract, anExecutableOfAnyNameIsLaunched) {
+  const TemporaryFolder folder;
+  const auto program = folder / "two words & ü \"quoted\"";
+  std::filesystem::copy_file("/bin/echo", program);
+  Task task(program, {"yes"}, Task::Output::captured);
+  task.launch();
+  task.waitUntilExit();
+  EXPECT_EQ(task.readStandardOutputToEnd(), "yes\n");
+}
+
+TEST(TaskContract, environmentFolderAndInputAreInherited) {
+  ::setenv("PELLIX_TEST", "inherited", 1);
+  EXPECT_EQ(outputOf("printf %s \"$PELLIX_TEST\""), "inherited");
+  ::unsetenv("PELLIX_TEST");
+  EXPECT_EQ(outputOf("pwd -P"), std::filesystem::current_path().native() + "\n");
+  const TemporaryFolder folder;
+  const Redirection input(STDIN_FILENO, makeFile(folder / "input", "typed"), O_RDONLY);
+  EXPECT_EQ(outputOf("cat"), "typed");
+}
+
+TEST(TaskContract, inheritedOutputIsTheApplicationsOwn) {
+  const TemporaryFolder folder;
+  Task task("/bin/sh", {"-c", "echo out; echo err >&2"});
+  {
+    const Redirection output(STDOUT_FILENO, folder / "out", O_WRONLY | O_CREAT);
+    const Redirection error(STDERR_FILENO, folder / "err", O_WRONLY | O_CREAT);
+    task.launch();
+    task.waitUntilExit();
+  }
+  EXPECT_EQ(contentOf(folder / "out"), "out\n");
+  EXPECT_EQ(contentOf(folder / "err"), "err\n");
+  EXPECT_EQ(task.readStandardOutputToEnd(), "");
+}
+
+TEST(TaskContract, waitingLastsUntilTheProcessHasExited) {
+  const TemporaryFolder folder;
+  Task task("/bin/sh", {"-c", "sleep 0.2; echo done > \"$0\"", (folder / "file").native()});
+  task.launch();
+  task.waitUntilExit();
+  EXPECT_EQ(contentOf(folder / "file"), "done\n");
+  task.waitUntilExit();
+}
+
+TEST(TaskContract, waitingWithoutALaunchReturnsAtOnce) {
+  Task task("/bin/echo", {"no"}, Task::Output::captured);
+  task.waitUntilExit();
+  EXPECT_EQ(task.readStandardOutputToEnd(), "");
+}
+
+TEST(TaskContract, whatCannotBeStartedThrows) {
+  const TemporaryFolder folder;
+  makeFile(folder / "plain", "#!/bin/sh\n");
+  makeFile(folder / "nonsense", "\x01\x02\x03");
+  makeFile(folder / "lost", "#!/nowhere/at/all\n");
+  for (const char* name : {"nonsense", "lost"}) {
+    std::filesystem::permissions(folder / name, std::filesystem::perms(0755));
+  }
+  for (const auto& program :
+       {folder / "missing", folder / "plain", folder / "nonsense", folder / "lost", folder.path,
+        folder / "plain" / "below", std::filesystem::path("sh")}) {
+    Task task(program, {}, Task::Output::captured);
+    try {
+      task.launch();
+      ADD_FAILURE() << program;
+    } catch (const platform::Error& error) {
+      EXPECT_FALSE(error.domain.empty());
+      EXPECT_FALSE(error.description.empty());
+    }
+    task.waitUntilExit();
+    EXPECT_EQ(task.readStandardOutputToEnd(), "");
+  }
+}
+
+TEST(TaskContract, manyTasksOneAfterAnotherLeaveNothingOpen) {
+  const auto descriptor = [] {
+    const int lowest = ::dup(STDERR_FILENO);
+    ::close(lowest);
+    return lowest;
+  };
+  outputOf(":");
+  const int before = descriptor();
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(outputOf("echo yes"), "yes\n");
+  EXPECT_EQ(descriptor(), before);
+}
+
+}  // namespace

@@ -1,0 +1,247 @@
+#include "platform/FileManager.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "TemporaryFolder.h"
+#include "platform/Error.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace platform::FileManager;
+using namespace std::chrono_literals;
+using Names = std::set<std::string>;
+
+/// While it lives, $HOME is `value`, or unset.
+class Home {
+ public:
+  explicit Home(const char* value) {
+    if (const char* const current = std::getenv("HOME")) old = current;
+    value == nullptr ? ::unsetenv("HOME") : ::setenv("HOME", value, 1);
+  }
+  ~Home() { old ? ::setenv("HOME", old->c_str(), 1) : ::unsetenv("HOME"); }
+
+ private:
+  std::optional<std::string> old;
+};
+
+/// Makes opening a file without a name fail on this thread, as on file systems that have none.
+void forbidUnnamedFiles() {
+  static_assert(sizeof(void*) == 8);
+  constexpr auto argument = [](unsigned index) {
+    return static_cast<unsigned>(offsetof(seccomp_data, args)) + 8 * index;  // the low half
+  };
+  constexpr unsigned unnamed = O_TMPFILE & ~O_DIRECTORY;
+  std::array<sock_filter, 6> program = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, argument(2)),
+      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, unnamed, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  }};
+  const sock_fprog filter = {.len = program.size(), .filter = program.data()};
+  ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+  ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter), 0);
+  ASSERT_EQ(::open("/", O_TMPFILE | O_WRONLY, 0600), -1);
+  ASSERT_EQ(errno, EOPNOTSUPP);
+}
+
+/// Runs `operation` again and again in a child process, which is killed somewhere in it.
+template <typename Operation>
+void killDuring(std::chrono::microseconds time, Operation operation) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    while (true) operation();
+  }
+  std::this_thread::sleep_for(time);
+  ::kill(child, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+}
+
+TEST(FileManager, theHomeFolderIsTheEnvironments) {
+  const Home home("/some/where");
+  EXPECT_EQ(homeDirectoryForCurrentUser(), "/some/where");
+  EXPECT_EQ(applicationSupportDirectories(),
+            std::vector<fs::path>{"/some/where/Library/Application Support"});
+}
+
+TEST(FileManager, theHomeFolderIsLookedUpAnew) {
+  const Home first("/first");
+  EXPECT_EQ(homeDirectoryForCurrentUser(), "/first");
+  const Home second("/second");
+  EXPECT_EQ(homeDirectoryForCurrentUser(), "/second");
+}
+
+TEST(FileManager, withoutOneInTheEnvironmentTheHomeFolderIsTheDatabases) {
+  const passwd* const entry = ::getpwuid(::getuid());
+  ASSERT_NE(entry, nullptr);
+  const fs::path expected = entry->pw_dir;
+  for (const char* value : {static_cast<const char*>(nullptr), "", "relative/path", "."}) {
+    const Home home(value);
+    EXPECT_EQ(homeDirectoryForCurrentUser(), expected);
+  }
+}
+
+TEST(FileManager, aLinkToTheBundledFileIsCopiedAsTheFile) {
+  const TemporaryFolder folder;
+  makeFile(folder / "file", "bytes");
+  fs::create_symlink(folder / "file", folder / "link");
+  copyItem(folder / "link", folder / "to");
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder / "to")));
+  EXPECT_EQ(contentOf(folder / "to"), "bytes");
+}
+
+TEST(FileManager, onlyAFileCanBeCopied) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "folder");
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  for (const fs::path& from : {folder / "folder", folder / "pipe", fs::path("/dev/zero")}) {
+    EXPECT_THROW(copyItem(from, folder / "to"), platform::Error) << from;
+  }
+  EXPECT_EQ(folder.names(), (Names{"folder", "pipe"}));
+}
+
+TEST(FileManager, permissionsOfACopyDoNotDependOnTheUmask) {
+  const TemporaryFolder folder;
+  makeFile(folder / "from");
+  setPosixPermissions(folder / "from", 0757);
+  const mode_t old = ::umask(077);
+  copyItem(folder / "from", folder / "to");
+  ::umask(old);
+  EXPECT_EQ(fs::status(folder / "to").permissions(), fs::perms(0757));
+}
+
+TEST(FileManager, aWriterThatIsKilledLeavesNoTornFileAndAtMostOneMore) {
+  const TemporaryFolder folder;
+  const std::string as(300'000, 'a');
+  const std::string bs(200'000, 'b');
+  writeAtomically(as, folder / "managed.json");
+  for (int i = 1; i <= 25; ++i) {
+    killDuring(i * 700us, [&] {
+      writeAtomically(as, folder / "managed.json");
+      writeAtomically(bs, folder / "managed.json");
+    });
+    const std::string left = contentOf(folder / "managed.json");
+    EXPECT_TRUE(left == as || left == bs) << left.size();
+    EXPECT_LE(folder.names().size(), 2u);
+  }
+  writeAtomically("new", folder / "managed.json");
+  EXPECT_EQ(contentOf(folder / "managed.json"), "new");
+  EXPECT_EQ(folder.names(), Names{"managed.json"});
+}
+
+TEST(FileManager, aCopierThatIsKilledLeavesTheWholeFileOrNothing) {
+  const TemporaryFolder folder;
+  const std::string content(3'000'000, 'x');
+  makeFile(folder / "from", content);
+  for (int i = 1; i <= 25; ++i) {
+    killDuring(i * 700us, [&] {
+      copyItem(folder / "from", folder / "to");
+      removeItem(folder / "to");
+    });
+    if (fs::exists(folder / "to")) {
+      EXPECT_EQ(fs::file_size(folder / "to"), content.size());
+      removeItem(folder / "to");
+    }
+    EXPECT_EQ(folder.names(), Names{"from"});
+  }
+}
+
+TEST(FileManager, copiesWhereEveryFileNeedsAName) {
+  std::thread([] {
+    forbidUnnamedFiles();
+    const TemporaryFolder folder;
+    makeFile(folder / "from", "bytes");
+    setPosixPermissions(folder / "from", 0755);
+    makeFile(folder / ".to.new", "left behind");
+    copyItem(folder / "from", folder / "to");
+    EXPECT_EQ(contentOf(folder / "to"), "bytes");
+    EXPECT_EQ(fs::status(folder / "to").permissions(), fs::perms(0755));
+    EXPECT_EQ(folder.names(), (Names{"from", "to"}));
+    makeFile(folder / "from", "other");
+    EXPECT_THROW(copyItem(folder / "from", folder / "to"), platform::Error);
+    EXPECT_THROW(copyItem(folder / "from", folder / "missing" / "to"), platform::Error);
+    EXPECT_EQ(contentOf(folder / "to"), "bytes");
+    EXPECT_EQ(folder.names(), (Names{"from", "to"}));
+  }).join();
+}
+
+TEST(FileManager, whatAKilledWriterLeftUnderItsTargetsNameIsNotWrittenOver) {
+  const TemporaryFolder folder;
+  makeFile(folder / "other", "kept");
+  fs::create_hard_link(folder / "other", folder / ".file.new");
+  writeAtomically("new", folder / "file");
+  EXPECT_EQ(contentOf(folder / "other"), "kept");
+  EXPECT_EQ(contentOf(folder / "file"), "new");
+  EXPECT_EQ(folder.names(), (Names{"other", "file"}));
+}
+
+TEST(FileManager, aLinkInTheWayIsRemovedRatherThanFollowed) {
+  const TemporaryFolder folder;
+  makeFile(folder / "other", "kept");
+  fs::create_symlink(folder / "other", folder / ".file.new");
+  writeAtomically("new", folder / "file");
+  EXPECT_EQ(contentOf(folder / "other"), "kept");
+  EXPECT_EQ(folder.names(), (Names{"other", "file"}));
+}
+
+TEST(FileManager, aPipeInTheWayIsRemoved) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo((folder / ".file.new").c_str(), 0600), 0);
+  writeAtomically("new", folder / "file");
+  EXPECT_EQ(folder.names(), Names{"file"});
+}
+
+TEST(FileManager, aWriterWaitsForAnother) {
+  const TemporaryFolder folder;
+  const int other = ::open((folder / ".file.new").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(::flock(other, LOCK_EX), 0);
+  ASSERT_EQ(::write(other, "part", 4), 4);
+  std::thread writer([&] { writeAtomically("mine", folder / "file"); });
+  std::this_thread::sleep_for(50ms);
+  EXPECT_EQ(folder.names(), Names{".file.new"});
+  EXPECT_EQ(contentOf(folder / ".file.new"), "part");
+  fs::rename(folder / ".file.new", folder / "file");
+  ::close(other);
+  writer.join();
+  EXPECT_EQ(contentOf(folder / "file"), "mine");
+  EXPECT_EQ(folder.names(), Names{"file"});
+}
+
+TEST(FileManager, theErrorIsTheSystems) {
+  const TemporaryFolder folder;
+  try {
+    writeAtomically("x", folder / "missing" / "managed.json");
+    FAIL();
+  } catch (const platform::Error& error) {
+    EXPECT_EQ(error.domain, "generic");
+    EXPECT_EQ(error.code, ENOENT);
+    EXPECT_EQ(error.description, "The file “" + (folder / "missing" / "managed.json").native() +
+                                     "” couldn’t be written: No such file or directory.");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cctype>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "TemporaryFolder.h"
+#include "platform/Hardware.h"
+#include "platform/qt/MachineId.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::uuidFromMachineId;
+
+struct Bundle {
+  std::string executable, resource, launchctl;
+};
+
+/// What the probe prints, started as `program` by a shell; `meanwhile` is a command that the shell
+/// runs while the probe waits.
+Bundle probe(const fs::path& program, const std::string& meanwhile = ":") {
+  const std::string command = "(sleep 0.1; " + meanwhile + "; echo) | '" + program.native() + "'";
+  FILE* const pipe = ::popen(command.c_str(), "r");
+  std::string output;
+  std::array<char, 1024> buffer;
+  while (const std::size_t count = ::fread(buffer.data(), 1, buffer.size(), pipe)) {
+    output.append(buffer.data(), count);
+  }
+  EXPECT_EQ(::pclose(pipe), 0);
+  std::vector<std::string> lines;
+  for (std::size_t start = 0, end; (end = output.find('\n', start)) != std::string::npos;
+       start = end + 1) {
+    lines.push_back(output.substr(start, end - start));
+  }
+  lines.resize(3);
+  return {lines[0], lines[1], lines[2]};
+}
+
+TEST(Bundle, aFolderThatWasMovedIsAWholeBundle) {
+  const TemporaryFolder folder;
+  const fs::path program = folder / "two words";
+  fs::copy_file(BUNDLE_PROBE, program);
+  const Bundle bare = probe(program);
+  EXPECT_EQ(bare.executable, program);
+  EXPECT_EQ(bare.resource, "none");
+  EXPECT_EQ(bare.launchctl, "/bin/launchctl");
+
+  fs::create_directory(folder / "resources");
+  makeFile(folder / "resources" / "velmor-guard");
+  makeFile(folder / "launchctl");
+  const Bundle complete = probe(program);
+  EXPECT_EQ(complete.resource, folder / "resources" / "velmor-guard");
+  EXPECT_EQ(complete.launchctl, folder / "launchctl");
+}
+
+TEST(Bundle, aProgramStartedThroughALinkIsTheFileItself) {
+  const TemporaryFolder folder;
+  fs::create_directory(folder / "bin");
+  fs::copy_file(BUNDLE_PROBE, folder / "bin" / "probe");
+  fs::create_symlink(folder / "bin" / "probe", folder / "link");
+  EXPECT_EQ(probe(folder / "link").executable, folder / "bin" / "probe");
+}
+
+TEST(Bundle, aProgramThatWasReplacedWhileItRunsKeepsItsName) {
+  const TemporaryFolder folder;
+  const fs::path program = folder / "probe";
+  const std::string remove = "rm '" + program.native() + "'";
+  fs::copy_file(BUNDLE_PROBE, program);
+  EXPECT_EQ(probe(program, remove).executable, program);
+  fs::copy_file(BUNDLE_PROBE, program);
+  EXPECT_EQ(probe(program, remove + "; touch '" + program.native() + "'").executable, program);
+}
+
+TEST(Bundle, aNameThatEndsLikeTheMarkOfARemovedFileIsAName) {
+  const TemporaryFolder folder;
+  const fs::path program = folder / "probe (deleted)";
+  fs::copy_file(BUNDLE_PROBE, program);
+  EXPECT_EQ(probe(program).executable, program);
+}
+
+TEST(MachineId, isGroupedAndUpperCase) {
+  const auto expected = "3D1219C7-C4C5-404A-AA1F-6D2A48ADFDA4";
+  EXPECT_EQ(uuidFromMachineId("3d1219c7c4c5404aaa1f6d2a48adfda4\n"), expected);
+  EXPECT_EQ(uuidFromMachineId("3d1219c7c4c5404aaa1f6d2a48adfda4"), expected);
+  EXPECT_EQ(uuidFromMachineId("3D1219C7C4C5404AAA1F6D2A48ADFDA4\n"), expected);
+}
+
+TEST(MachineId, thatIsMalformedIsNone) {
+  for (const char* content :
+       {"", "\n", "uninitialized\n", "3d1219c7c4c5404aaa1f6d2a48adfda\n",
+        "3d1219c7c4c5404aaa1f6d2a48adfda4a\n", "3d1219c7c4c5404aaa1f6d2a48adfda4\n\n",
+        "3d1219c7c4c5404aaa1f6d2a48adfda4\r\n", " 3d1219c7c4c5404aaa1f6d2a48adfda4",
+        "3d1219c7-c4c5-404a-aa1f-6d2a48adfda4\n", "3d1219c7c4c5404aaa1f6d2a48adfdag\n",
+        "3d1219c7c4c5404aaa1f6d2a48adfd\xc3\xa4\n", "00000000000000000000000000000000\n"}) {
+    EXPECT_EQ(uuidFromMachineId(content), std::nullopt) << content;
+  }
+}
+
+TEST(MachineId, isThePlatformUuid) {
+  EXPECT_EQ(platform::platformUuid(), uuidFromMachineId(contentOf("/etc/machine-id")));
+}
+
+}  // namespace
