@@ -1,6 +1,7 @@
 #include "platform/Alert.h"
 
 #include <QApplication>
+#include <QGridLayout>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
@@ -34,18 +35,27 @@ Alert completed(Alert alert) {
   return alert;
 }
 
-/// The box takes its width from the message, which leaves little room beside a short one.
-constexpr int messageWidth = 360;
-
-/// The label of the informative text has no setter for its format.
-void styleTexts(QMessageBox& box) {
-  box.setTextFormat(Qt::PlainText);
-  for (QLabel* label : box.findChildren<QLabel*>()) label->setTextFormat(Qt::PlainText);
+/// The box makes its labels when it gets their texts, and gives no access to them otherwise.
+void setTexts(QMessageBox& box, const Alert& alert) {
+  box.setText(breakable(alert.messageText));
+  box.setInformativeText(breakable(alert.informativeText));
   if (auto* message = box.findChild<QLabel*>(u"qt_msgbox_label"_s)) {
+    message->setTextFormat(Qt::PlainText);
+    message->setAccessibleName(toQString(alert.messageText));
     QFont font = message->font();
     font.setBold(true);
     message->setFont(font);
-    message->setMinimumWidth(messageWidth);
+  }
+  if (auto* informative = box.findChild<QLabel*>(u"qt_msgbox_informativelabel"_s)) {
+    informative->setTextFormat(Qt::PlainText);
+    informative->setAccessibleName(toQString(alert.informativeText));
+  }
+}
+
+/// The box takes its width from the message, which leaves little room below a short one.
+void widen(QMessageBox& box) {
+  if (auto* layout = qobject_cast<QGridLayout*>(box.layout())) {
+    layout->addItem(new QSpacerItem(400, 0), layout->rowCount(), 0, 1, layout->columnCount());
   }
 }
 
@@ -56,9 +66,7 @@ int runModal(const Alert& given) {
   QMessageBox box;
   box.setWindowTitle(QGuiApplication::applicationDisplayName());
   box.setIcon(icon(alert.alertStyle));
-  box.setText(toQString(alert.messageText));
-  box.setInformativeText(toQString(alert.informativeText));
-  styleTexts(box);
+  setTexts(box, alert);
 
   std::vector<QAbstractButton*> buttons;
   for (const std::string& title : alert.buttons) {
@@ -74,6 +82,8 @@ int runModal(const Alert& given) {
     if (role == QMessageBox::RejectRole) box.setEscapeButton(button);
     buttons.push_back(button);
   }
+
+  widen(box);
 
   while (QWidget* popup = QApplication::activePopupWidget()) popup->close();
   box.show();

@@ -2,11 +2,11 @@
 
 #include <unistd.h>
 #include <QApplication>
-#include <QLoggingCategory>
 #include <QWidget>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -43,12 +43,16 @@ struct Application::Implementation {
   std::string name = arguments().empty() ? "velmor-pellix" : arguments().front();
   char* argv[2] = {name.data(), nullptr};
   int argc = 1;
-  QtMessageHandler previousHandler = qInstallMessageHandler(dropMessage);
   QApplication application{argc, argv};
   std::weak_ptr<ApplicationDelegate> delegate;
 };
 
-Application::Application() : implementation(std::make_unique<Implementation>()) {
+Application::Application() {
+  qInstallMessageHandler(dropMessage);
+  // Windows are described to assistive technology from the start, not only from the moment when a
+  // screen reader asks the session for it.
+  qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+  implementation = std::make_unique<Implementation>();
   [[maybe_unused]] static const int registered = on_exit(endAtOnce, nullptr);
 }
 
@@ -62,7 +66,7 @@ void Application::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {
 void Application::setActivationPolicy(ActivationPolicy) {}
 
 void Application::run() {
-  if (terminated) return;
+  if (std::exchange(terminated, false)) return;
   QMetaObject::invokeMethod(
       &implementation->application,
       [this] {
@@ -73,7 +77,7 @@ void Application::run() {
       Qt::QueuedConnection);
   inEventLoop = true;
   QApplication::exec();
-  inEventLoop = false;
+  inEventLoop = terminated = false;
 }
 
 void Application::activateIgnoringOtherApps() {

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QPalette>
+#include <QRegularExpression>
 #include <QShortcut>
 #include <QTextDocument>
 
@@ -17,9 +18,17 @@ QString verbatimTitle(const std::string& text) {
   return toQString(text).replace(u'&', u"&&"_s);
 }
 
+QString breakable(const std::string& text) {
+  static const QRegularExpression longWord(u"(\\S{24})(?=\\S)"_s);
+  return toQString(text).replace(longWord, u"\\1\u200B"_s);
+}
+
 QString verbatimToolTip(const std::string& text) {
+  // Only HTML is wrapped; plain text would run off the screen.
+  constexpr qsizetype shortEnough = 60;
   const QString plain = toQString(text);
-  return Qt::mightBeRichText(plain) ? Qt::convertFromPlainText(plain) : plain;
+  if (plain.size() <= shortEnough && !Qt::mightBeRichText(plain)) return plain;
+  return u"<p style='white-space:pre-wrap'>"_s + breakable(text).toHtmlEscaped() + u"</p>"_s;
 }
 
 QColor toQColor(Color color) {

@@ -16,6 +16,10 @@ namespace platform {
 /// The text of a button or a menu item that shows `text` verbatim: no character of it marks a key.
 QString verbatimTitle(const std::string& text);
 
+/// `text` with invisible places to break a line in words that may be too long for one: Qt's labels
+/// cut such a word off.
+QString breakable(const std::string& text);
+
 /// The tool tip that shows `text` verbatim: never read as HTML.
 QString verbatimToolTip(const std::string& text);
 

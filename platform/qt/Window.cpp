@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QFontDatabase>
 #include <QLabel>
+#include <QMainWindow>
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
@@ -153,7 +154,7 @@ struct Window::Implementation {
     return widget;
   }
 
-  QWidget window;
+  QMainWindow window;
   std::map<std::string, QPushButton*> buttons;
 };
 
