@@ -1,0 +1,81 @@
+import plistlib
+
+import pytest
+
+from packaging_harness import ROOT
+
+POSTINSTALL = "packaging/macos/scripts/postinstall"
+APPLICATION = "/Applications/Velmor Pellix.app"
+
+
+def postinstall(mac, volume="/"):
+    result = mac.run(POSTINSTALL, "/Volumes/Downloads/Pellix.pkg", "/Applications", volume, "/", uid=0)
+    assert (result.returncode, result.stderr) == (0, "")
+
+
+def opened_by(mac):
+    return [call[0] for call in mac.calls("open")]
+
+
+def test_the_application_is_opened_for_the_user_at_the_screen(mac):
+    postinstall(mac)
+    assert mac.calls("open") == [["501", "open", APPLICATION]]
+    assert ["0", "launchctl", "asuser", "501", "sudo", "-H", "-u", "#501", "open",
+            APPLICATION] in mac.calls("launchctl")
+
+
+@pytest.mark.parametrize("owner", ["root", "_mbsetupuser"])
+def test_nothing_is_opened_when_nobody_is_logged_in(mac, owner):
+    mac.at_the_screen(owner)
+    postinstall(mac)
+    assert opened_by(mac) == []
+
+
+def test_nothing_is_opened_when_another_disk_is_installed_to(mac):
+    mac.start(501, APPLICATION)
+    postinstall(mac, volume="/Volumes/New")
+    assert opened_by(mac) == [] and len(mac.processes()) == 1
+
+
+def test_a_running_application_is_replaced_for_everyone_who_runs_it(mac):
+    mac.start(501, APPLICATION)
+    mac.start(502, APPLICATION)
+    mac.start(502, "/Applications/Other.app")
+    postinstall(mac)
+    assert opened_by(mac) == ["501", "502"]
+    assert sorted(line.partition("/Contents")[0] for line in mac.processes()) == [
+        f"501 {APPLICATION}", "502 /Applications/Other.app", f"502 {APPLICATION}"]
+
+
+def test_it_is_reopened_for_its_users_behind_the_login_window(mac):
+    mac.start(502, APPLICATION)
+    mac.at_the_screen("root")
+    postinstall(mac)
+    assert opened_by(mac) == ["502"]
+
+
+def test_an_application_that_does_not_quit_is_killed(mac):
+    mac.start(501, APPLICATION)
+    mac.refuse("to-quit")
+    postinstall(mac)
+    assert [call[2] for call in mac.calls("pkill")] == ["-TERM", "-KILL"]
+    assert len(mac.processes()) == 1
+
+
+def test_an_account_without_a_launch_agents_folder_gets_one(mac):
+    postinstall(mac)
+    assert (mac.home("ann") / "Library/LaunchAgents").is_dir()
+    assert not (mac.home("bob") / "Library").exists()
+
+
+def test_a_refused_opening_is_tried_again_but_does_not_fail_the_installation(mac):
+    mac.refuse("open")
+    postinstall(mac)
+    assert len(opened_by(mac)) == 5
+
+
+def test_the_application_is_that_of_the_bundle():
+    info = plistlib.loads((ROOT / "resources/macos/Info.plist.in").read_bytes())
+    script = (ROOT / POSTINSTALL).read_text()
+    assert f'application="/Applications/{info["CFBundleName"]}.app"\n' in script
+    assert f'/Contents/MacOS/{info["CFBundleExecutable"]}"\n' in script
