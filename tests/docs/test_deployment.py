@@ -1,0 +1,93 @@
+"""docs/deployment.md names things that are fixed elsewhere: here they are compared."""
+
+import pathlib
+import plistlib
+import re
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENT = (ROOT / "docs/deployment.md").read_text(encoding="utf-8")
+
+
+def found(path, pattern):
+    matches = re.findall(pattern, (ROOT / path).read_text(encoding="utf-8"))
+    assert matches, f"{path} has no {pattern}"
+    return matches
+
+
+def table_below(heading):
+    """The rows of the first table after a heading, without the head."""
+    section = DOCUMENT.split(f"\n{heading}\n")[1]
+    table = re.search(r"(?:^\|.*\n)+", section, re.MULTILINE)[0]
+    return [[cell.strip() for cell in row.strip("|").split("|")]
+            for row in table.splitlines()[2:]]
+
+
+def test_every_state_has_a_remedy_under_the_text_that_the_menu_shows():
+    summaries = found("model/TrustState.cpp", r'\{"\w+",\s+"[^"]+",\s+"([^"]+)"')
+    assert len(summaries) == 6
+    assert {row[0] for row in table_below("### What the menu says")} == set(summaries)
+
+
+def test_the_second_line_is_one_of_those_that_the_menu_shows():
+    texts = found("app/StatusMenu.cpp", r'"(Last check: )"') + ["Starting Pellix…"]
+    assert found("app/StatusMenu.cpp", '"Starting Pellix…"')
+    for row in table_below("### What the menu says"):
+        assert row[1].startswith(tuple(texts))
+
+
+def test_the_glyphs_are_those_of_the_states():
+    glyphs = found("model/TrustState.cpp", r'"(.)"\},')
+    assert f"({' '.join(glyphs)})" in DOCUMENT
+
+
+def test_the_alert_has_the_text_of_the_code():
+    [text] = found("install/Installer.cpp", r'platform::Error\("VelmorPellix", 1, "([^"]+)"\)')
+    assert table_below("### Alerts at launch")[0][0] == text
+
+
+def test_every_installed_file_is_listed_where_the_code_puts_it():
+    places = {row[1].strip("`") for row in table_below("## What it installs")}
+    [folder] = found("install/Paths.cpp", r'front\(\) / "(\w+/)"')
+    support = f"~/Library/Application Support/{folder}"
+    expected = {support + name for name in
+                found("install/Paths.cpp", r'supportDir\(\) / "([^"]+)"')
+                + found("install/Installer.cpp", r'supportDir\(\) / "([^"]+)"')
+                + found("install/LaunchAgents.cpp", r'supportDir\(\) / "([^"]+)"')}
+    expected |= {f"~/{path}" for path in found("install/Paths.cpp", r'"(Library/[^"]+\.plist)"')}
+    assert len(expected) == 5 and expected <= places
+
+
+@pytest.mark.parametrize("path, pattern", [
+    ("install/Paths.h", r'Label = "([^"]+)"'),
+    ("app/AppDelegate.cpp", r'defaultPort = (\d+)'),
+    ("app/AppDelegate.cpp", r'welcomedKey = "([^"]+)"'),
+    ("app/AppDelegate.cpp", r'"(--show-id)"'),
+    ("app/StatusMenu.cpp", r'item\("(Authorize [^"]+|Show device [^"]+)"'),
+    ("script/package", r"(PELLIX_\w+)"),
+    ("script/package", r"-D(VELMOR_\w+)"),
+    ("CMakeLists.txt", r"set\((VELMOR_\w+)"),
+])
+def test_what_is_named_is_what_the_sources_say(path, pattern):
+    for text in found(path, pattern):
+        assert text in DOCUMENT
+
+
+def test_application_and_system_are_those_of_the_bundle():
+    info = plistlib.loads((ROOT / "resources/macos/Info.plist.in").read_bytes())
+    assert f"domain `{info['CFBundleIdentifier']}`" in DOCUMENT
+    assert f"`/Applications/{info['CFBundleName']}.app`" in DOCUMENT
+    [oldest] = found("CMakeLists.txt", r"DEPLOYMENT_TARGET (\d+)\.0")
+    assert f"macOS {oldest} or later" in DOCUMENT
+
+
+def test_every_link_leads_somewhere():
+    for name in ("deployment.md", "service-contract.md"):
+        text = (ROOT / "docs" / name).read_text(encoding="utf-8")
+        anchors = {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+                   for heading in re.findall(r"^#+ (.+)$", text, re.MULTILINE)}
+        for target in re.findall(r"\]\(([^)]+)\)", text):
+            file, _, anchor = target.partition("#")
+            assert not file or (ROOT / "docs" / file).exists(), target
+            assert file or anchor in anchors, target
