@@ -79,10 +79,8 @@ int runModal(const Alert& given) {
       box.setDefaultButton(button);
       makeDefaultButton(*button, box);
     }
-    if (role == QMessageBox::RejectRole) box.setEscapeButton(button);
     buttons.push_back(button);
   }
-
   widen(box);
 
   while (QWidget* popup = QApplication::activePopupWidget()) popup->close();

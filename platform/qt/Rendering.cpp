@@ -26,7 +26,7 @@ QString breakable(const std::string& text) {
 QString verbatimToolTip(const std::string& text) {
   // Only HTML is wrapped; plain text would run off the screen.
   constexpr qsizetype shortEnough = 60;
-  const QString plain = toQString(text);
+  QString plain = toQString(text);
   if (plain.size() <= shortEnough && !Qt::mightBeRichText(plain)) return plain;
   return u"<p style='white-space:pre-wrap'>"_s + breakable(text).toHtmlEscaped() + u"</p>"_s;
 }
