@@ -1,0 +1,154 @@
+#include "platform/Menu.h"
+
+#include <gtest/gtest.h>
+
+#include <QMenu>
+#include <QTest>
+#include <string>
+
+#include "Commands.h"
+#include "MainLoop.h"
+#include "platform/StatusItem.h"
+#include "platform/qt/MenuRendering.h"
+
+namespace {
+
+using namespace platform;
+
+class RenderedMenu : public testing::Test {
+ protected:
+  Menu menu(const std::string& title) {
+    return {{{.title = "State", .isEnabled = false},
+             MenuItem::separatorItem(),
+             {.title = title, .action = commands->action("copy"), .toolTip = "<b>Click</b>"},
+             {.title = "No command"},
+             {.title = "Quit", .action = commands->action("quit"), .keyEquivalent = "q"}}};
+  }
+
+  QString popupText(const std::string& title) {
+    return popupMenu(menu(title))->actions()[2]->text();
+  }
+
+  QString exportedText(const std::string& title) {
+    ExportedMenu exported;
+    exported.fill(menu(title));
+    return exported.actions()[2]->text();
+  }
+
+  std::shared_ptr<Commands> commands = Commands::make();
+};
+
+/// What a menu on the screen shows of `text`.
+QString shown(QString text) {
+  return text.replace(QStringLiteral("&&"), QStringLiteral("&"));
+}
+
+/// What a panel shows of `text`, after Qt has sent it.
+QString shownByPanel(QString text) {
+  const qsizetype ampersand = text.indexOf(u'&');
+  if (ampersand >= 0 && ampersand != text.size() - 1) text[ampersand] = u'_';
+  QString result;
+  for (qsizetype i = 0; i < text.size(); ++i) {
+    if (text[i] == u'_' && ++i == text.size()) break;
+    result += text[i];
+  }
+  return result;
+}
+
+const std::string titles[] = {"R&D_lab", "A_B__C", "&",    "a&&b", "&x_",   "<b>x</b>",
+                              "—",       "a\nb",   "_",    "&&&",  "__&_&", "\u202eשלום\u200f",
+                              "",        "a&",     "_&_b", "😀&😀"};
+
+TEST_F(RenderedMenu, showsTitlesVerbatim) {
+  for (const std::string& title : titles) {
+    EXPECT_EQ(shown(popupText(title)).toStdString(), title);
+  }
+}
+
+TEST_F(RenderedMenu, showsTitlesVerbatimInPanels) {
+  for (const std::string& title : titles) {
+    EXPECT_EQ(shownByPanel(exportedText(title)).toStdString(), title);
+  }
+  EXPECT_EQ(exportedText("a\tb"), QStringLiteral("a\tb"));
+  EXPECT_EQ(exportedText(std::string(10'000, 'x')).size(), 10'000);
+}
+
+TEST_F(RenderedMenu, aTabDoesNotStartTheColumnOfKeys) {
+  EXPECT_EQ(popupText("a\tb"), QStringLiteral("a b"));
+}
+
+TEST_F(RenderedMenu, isNarrowerThanTheScreen) {
+  const auto narrow = popupMenu(menu("HW-UUID-1"));
+  const auto wide = popupMenu(menu(std::string(10'000, 'W')));
+  EXPECT_LT(wide->sizeHint().width(), wide->screen()->availableGeometry().width());
+  EXPECT_GT(wide->sizeHint().width(), narrow->sizeHint().width());
+  wide->grab();
+}
+
+TEST_F(RenderedMenu, onlyWhatHasACommandIsEnabled) {
+  const auto rendered = popupMenu(menu("ID"));
+  std::vector<bool> enabled;
+  for (const QAction* action : rendered->actions()) {
+    if (!action->isSeparator()) enabled.push_back(action->isEnabled());
+  }
+  EXPECT_EQ(enabled, (std::vector<bool>{false, true, false, true}));
+}
+
+TEST_F(RenderedMenu, toolTipsAreNeverReadAsHtml) {
+  const auto rendered = popupMenu(menu("ID"));
+  EXPECT_TRUE(rendered->toolTipsVisible());
+  EXPECT_TRUE(
+      rendered->actions()[2]->toolTip().contains(QStringLiteral("&lt;b&gt;Click&lt;/b&gt;")));
+}
+
+TEST_F(RenderedMenu, aKeyWorksWhileTheMenuIsOpenAndClosesIt) {
+  const auto rendered = popupMenu(menu("ID"));
+  rendered->popup({0, 0});
+  QTest::keyClick(rendered.get(), Qt::Key_Q, Qt::ControlModifier);
+  EXPECT_TRUE(runMainLoopUntil([&] { return commands->performed.size() == 1; }));
+  EXPECT_EQ(commands->performed, std::vector<Selector>{"quit"});
+  EXPECT_FALSE(rendered->isVisible());
+}
+
+TEST_F(RenderedMenu, aKeyAloneOrWithMoreModifiersDoesNothing) {
+  const auto rendered = popupMenu(menu("ID"));
+  rendered->popup({0, 0});
+  QTest::keyClick(rendered.get(), Qt::Key_X, Qt::ControlModifier);
+  QTest::keyClick(rendered.get(), Qt::Key_Q, Qt::ControlModifier | Qt::AltModifier);
+  runMainLoop(0.05);
+  EXPECT_TRUE(commands->performed.empty());
+}
+
+TEST_F(RenderedMenu, aMenuWithTheSameCommandsIsUpdatedInPlace) {
+  ExportedMenu exported;
+  exported.fill(menu("old"));
+  const auto actions = exported.actions();
+  ASSERT_TRUE(haveSameCommands(menu("old"), menu("new")));
+  exported.update(menu("new"));
+  EXPECT_EQ(exported.actions(), actions);
+  EXPECT_EQ(actions[2]->text(), QStringLiteral("new"));
+}
+
+TEST_F(RenderedMenu, menusDifferInTheirCommands) {
+  Menu other = menu("old");
+  other.items[2].action = commands->action("openAdmin");
+  EXPECT_FALSE(haveSameCommands(menu("old"), other));
+  other = menu("old");
+  other.items.pop_back();
+  EXPECT_FALSE(haveSameCommands(menu("old"), other));
+  other = menu("old");
+  other.items[3] = MenuItem::separatorItem();
+  EXPECT_FALSE(haveSameCommands(menu("old"), other));
+}
+
+TEST_F(RenderedMenu, anItemWithoutATrayTakesWhateverItIsGiven) {
+  StatusItem item(variableStatusItemLength);
+  EXPECT_TRUE(item.hasButton());
+  item.setButton({.title = "◆", .contentTintColor = Color::systemRed, .toolTip = "tip"});
+  item.setMenu(menu("old"));
+  item.setMenu(menu("new"));
+  item.setMenu({});
+  runMainLoop(0.05);
+}
+
+}  // namespace
