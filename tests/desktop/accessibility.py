@@ -12,7 +12,7 @@ ACTION = "org.a11y.atspi.Action"
 COMPONENT = "org.a11y.atspi.Component"
 REGISTRY = "org.a11y.atspi.Registry"
 ROOT = "/org/a11y/atspi/accessible/root"
-SCREEN, WINDOW = 0, 1
+SCREEN = 0
 STATES = {"enabled": 8, "focused": 12, "showing": 25, "visible": 30, "default": 39}
 
 
@@ -47,9 +47,10 @@ class Node:
         low, high = self.call(ACCESSIBLE, "GetState")[0]
         return bool((high << 32 | low) >> STATES[state] & 1)
 
-    def frame(self, relative_to=SCREEN):
-        """x, y, width, height"""
-        return self.call(COMPONENT, "GetExtents", "(u)", relative_to)[0]
+    @property
+    def frame(self):
+        """x, y, width and height on the screen."""
+        return self.call(COMPONENT, "GetExtents", "(u)", SCREEN)[0]
 
     def press(self):
         self.call(ACTION, "DoAction", "(i)", 0)

@@ -60,6 +60,9 @@ class Application:
     def resource(self, *parts):
         return os.path.join(self.bundle, "resources", *parts)
 
+    def remove_resource(self, *parts):
+        os.remove(self.resource(*parts))
+
     def bundle_guard(self, content):
         """Bundles these bytes as the service binary."""
         if isinstance(content, str):

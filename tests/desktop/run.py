@@ -158,7 +158,7 @@ class Tour:
                     [product.WINDOW_HEADING, product.WINDOW_TEXT, DEVICE_ID])
         picture = self.report("device-id", "First run: the device-ID window", window.texts())
         if self.for_readme:
-            x, y, width, height = window.frame()
+            x, y, width, height = window.frame
             self.save_for_readme("device-id", picture.crop(x - 13, y - 32, width + 26, height + 45))
         self.desktop.press("Return")
         processes.wait_for("the end of the window", lambda: not self.application.windows())
@@ -183,8 +183,8 @@ class Tour:
                     product.menu(state, AGES[age], DEVICE_ID))
         self.report(state, f"The service says {state}", titles, picture)
         if self.for_readme:
-            x, _y, _width, _height = entries[0].frame()
-            _x, bottom, _width, height = entries[-1].frame()
+            x, _y, _width, _height = entries[0].frame
+            _x, bottom, _width, height = entries[-1].frame
             self.save_for_readme(f"menu-{state}", picture.crop(
                 x - 24, 0, self.desktop.size[0], bottom + height + 22))
 

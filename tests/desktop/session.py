@@ -211,15 +211,18 @@ class Desktop:
         width, height = self.size
         readable, writable = os.pipe()
         with open(readable, "rb") as answer:
-            server = self.start("Xvfb", "Xvfb", "-displayfd", str(writable), "-screen", "0",
+            self.display = self.start("Xvfb", "Xvfb", "-displayfd", str(writable), "-screen", "0",
                                 f"{width}x{height}x24", "-nolisten", "tcp", "-noreset",
                                 "-fbdir", self.make_folder("screen"), pass_fds=[writable])
             os.close(writable)
             number = answer.readline().decode().strip()
         if not number:
-            server.wait()
+            self.display.wait()
             raise Unavailable(f"Xvfb does not start: {self.log('Xvfb').strip()}")
         self.environment["DISPLAY"] = ":" + number
+
+    def end_display(self):
+        processes.stop(self.display)
 
     def start_bus(self):
         socket = os.path.join(self.runtime, "bus")
@@ -294,6 +297,14 @@ class Desktop:
     def clipboard(self):
         return self.run("xclip", "-selection", "clipboard", "-out", "-target",
                         "UTF8_STRING").decode()
+
+    def fill_clipboard(self, text):
+        subprocess.run(["xclip", "-selection", "clipboard", "-in"], env=self.environment,
+                       input=text.encode(), stdout=subprocess.DEVNULL, timeout=20, check=True)
+
+    def owns_clipboard(self):
+        """Somebody offers something to paste."""
+        return bool(self.run("xclip", "-selection", "clipboard", "-out", "-target", "TARGETS"))
 
     def opened_pages(self):
         with contextlib.suppress(FileNotFoundError), open(self.browser_log,

@@ -60,3 +60,19 @@ def pytest_runtest_makereport(item, call):
     application = getattr(item, "application", None)
     if call.when == "call" and report.failed and application:
         report.sections.append(("What the application said", application.said()))
+
+
+def colors(pixels):
+    """The tint of a drawing, from (alpha, red, green, blue): "orange", "red", "none" or "mixed"."""
+    opaque = [pixel[1:] for pixel in pixels if pixel[0] > 200]
+    assert len(opaque) > len(pixels) / 50, "nothing is drawn"
+    names = {tint(*pixel) for pixel in opaque}
+    return names.pop() if len(names) == 1 else "mixed"
+
+
+def tint(red, green, blue):
+    if max(red, green, blue) - min(red, green, blue) < 16:
+        return "none"
+    if red > 180 and blue < 110:
+        return "orange" if green > 120 else "red"
+    return f"{red, green, blue}"
