@@ -8,7 +8,7 @@ import shutil
 import subprocess
 
 from desktop import processes
-from desktop.product import SEPARATOR
+from desktop.product import SEPARATOR, STARTING
 from desktop.session import BAR_HEIGHT
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -50,6 +50,7 @@ class Application:
         self.support = os.path.join(self.home, "Library", "Application Support", "VelmorPellix")
         self.agents = os.path.join(self.home, "Library", "LaunchAgents")
         self.defaults_file = os.path.join(self.home, ".config", "Velmor", "Pellix.conf")
+        self.user_id = os.getuid() if desktop.user is None else desktop.user
         self.launchctl_log = desktop.path("launchctl.log")
         self.process = None
         copy_bundle(self.bundle)
@@ -93,6 +94,10 @@ class Application:
         """Puts a tool in launchctl's place that only notes how it was called."""
         with open(os.path.join(self.bundle, "launchctl"), "w", encoding="utf-8") as file:
             file.write(LAUNCHCTL_RECORDER.format(log=self.launchctl_log))
+
+    def use_standin_launchctl(self):
+        """Puts the stand-in back that the build bundles."""
+        shutil.copy(os.path.join(BUILT, "launchctl"), self.bundle)
 
     def launchctl_calls(self):
         return [json.loads(line) for line in read_lines(self.launchctl_log)]
@@ -162,6 +167,10 @@ class Application:
         with contextlib.suppress(processes.TimedOut):
             processes.wait_for("these titles", lambda: self.titles() == expected, timeout)
         assert self.titles() == expected
+
+    def wait_for_menu_of_service(self):
+        """A launch restarts the service, which may come too late for the first poll."""
+        processes.wait_for("an answer in the menu", lambda: self.titles()[1] != STARTING, 25)
 
     # Its icon in a bar, and the menu that it opens there ----------------------
 

@@ -7,10 +7,11 @@ import subprocess
 import time
 
 
-def start(arguments, environment, **options):
-    """Starts a process that the kernel kills with us, however we end."""
-    return subprocess.Popen(["/usr/bin/setpriv", "--pdeathsig", "KILL", "--", *arguments],
-                            env=environment, stdin=subprocess.DEVNULL, **options)
+def start(arguments, environment, identity=(), **options):
+    """Starts a process that the kernel kills with us, however we end. `identity` are options of
+    setpriv that make it another user's."""
+    return subprocess.Popen(["/usr/bin/setpriv", *identity, "--pdeathsig", "KILL", "--",
+                             *arguments], env=environment, stdin=subprocess.DEVNULL, **options)
 
 
 def stop(process, patience=5.0):

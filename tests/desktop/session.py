@@ -90,7 +90,7 @@ def sweep():
     for folder in glob.glob(os.path.join(tempfile.gettempdir(), PREFIX + "*")):
         with contextlib.suppress(OSError):
             found = os.lstat(folder)
-            if found.st_uid != os.getuid() or not stat.S_ISDIR(found.st_mode):
+            if os.getuid() not in (0, found.st_uid) or not stat.S_ISDIR(found.st_mode):
                 continue
             with open(os.path.join(folder, LOCK), encoding="ascii") as lock:
                 fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
@@ -104,12 +104,13 @@ class Desktop:
     home     the user's home folder; one inside the desktop's own folder by default
     bar      "light" or "dark": a menu bar at the top, with an X11 system tray
     tray     True: a StatusNotifierItem host, as `self.host`
+    user     a user ID: run everything as that user, who is bound by permissions as root is not
     """
 
-    def __init__(self, home=None, size=(1024, 640), bar=None, tray=False):
+    def __init__(self, home=None, size=(1024, 640), bar=None, tray=False, user=None):
         sweep()
+        self.user = user
         self.size = size
-        self.bar = bar
         self.started = []
         self.folder = tempfile.mkdtemp(prefix=PREFIX)
         try:
@@ -124,7 +125,7 @@ class Desktop:
             self.start_accessibility()
             self.start_window_manager()
             if bar:
-                self.start_bar()
+                self.start_bar(bar)
             self.host = notifier.Host(self.bus_address) if tray else None
         except BaseException:
             self.close()
@@ -192,14 +193,37 @@ class Desktop:
 
     def start(self, name, *arguments, **options):
         """A program of the desktop; what it says goes into a log of its own."""
+        identity = self.identity()
         with open(self.path(name + ".log"), "ab") as log:
             try:
-                process = processes.start(arguments, self.environment, stdout=log, stderr=log,
-                                          **options)
+                process = processes.start(arguments, self.environment, identity, stdout=log,
+                                          stderr=log, **options)
             except FileNotFoundError as error:
                 raise Unavailable(f"{error.filename} is missing; run script/bootstrap") from error
         self.started.append(process)
         return process
+
+    def start_and_listen(self, name, *arguments):
+        """A server whose last argument wants a file descriptor, and what it writes there once it
+        is ready."""
+        readable, writable = os.pipe()
+        with open(readable, encoding="ascii") as answer:
+            server = self.start(name, name, *arguments, str(writable), pass_fds=[writable])
+            os.close(writable)
+            line = answer.readline().strip()
+        if not line:
+            server.wait()
+            raise Unavailable(f"{name} does not start: {self.log(name).strip()}")
+        return server, line
+
+    def identity(self):
+        """Hands everything over to the desktop's user, and says how to become that one."""
+        if self.user is None or self.user == os.getuid():
+            return []
+        for folder, _folders, names in os.walk(self.folder):
+            for path in [folder, *(os.path.join(folder, name) for name in names)]:
+                os.chown(path, self.user, self.user, follow_symlinks=False)
+        return ["--reuid", str(self.user), "--regid", str(self.user), "--clear-groups"]
 
     def log(self, name):
         with contextlib.suppress(FileNotFoundError), open(
@@ -209,29 +233,21 @@ class Desktop:
 
     def start_display(self):
         width, height = self.size
-        readable, writable = os.pipe()
-        with open(readable, "rb") as answer:
-            self.display = self.start("Xvfb", "Xvfb", "-displayfd", str(writable), "-screen", "0",
-                                f"{width}x{height}x24", "-nolisten", "tcp", "-noreset",
-                                "-fbdir", self.make_folder("screen"), pass_fds=[writable])
-            os.close(writable)
-            number = answer.readline().decode().strip()
-        if not number:
-            self.display.wait()
-            raise Unavailable(f"Xvfb does not start: {self.log('Xvfb').strip()}")
+        self.display, number = self.start_and_listen(
+            "Xvfb", "-screen", "0", f"{width}x{height}x24", "-nolisten", "tcp", "-noreset",
+            "-fbdir", self.make_folder("screen"), "-displayfd")
         self.environment["DISPLAY"] = ":" + number
 
     def end_display(self):
         processes.stop(self.display)
 
     def start_bus(self):
-        socket = os.path.join(self.runtime, "bus")
-        configuration = self.write("bus.conf", BUS_CONFIGURATION.format(socket=socket))
-        self.start("dbus-daemon", "dbus-daemon", "--config-file=" + configuration, "--nofork",
-                   "--nopidfile", "--nosyslog")
-        self.bus_address = "unix:path=" + socket
+        configuration = self.write("bus.conf", BUS_CONFIGURATION.format(
+            socket=os.path.join(self.runtime, "bus")))
+        _bus, self.bus_address = self.start_and_listen(
+            "dbus-daemon", "--config-file=" + configuration, "--nofork", "--nopidfile",
+            "--nosyslog", "--print-address")
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.bus_address
-        processes.wait_for("the session bus", lambda: os.path.exists(socket))
 
     def start_accessibility(self):
         self.start("at-spi", "/usr/libexec/at-spi-bus-launcher", "--launch-immediately")
@@ -244,8 +260,8 @@ class Desktop:
             "xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
         self.run("xsetroot", "-solid", "#6d87a6")
 
-    def start_bar(self):
-        color = BAR_COLORS[self.bar]
+    def start_bar(self, bar):
+        color = BAR_COLORS[bar]
         self.start("tint2", "tint2", "-c", self.write(
             "tint2rc", BAR_CONFIGURATION.format(color=color, height=BAR_HEIGHT)))
         expected = tuple(bytes.fromhex(color[1:]))
@@ -255,7 +271,8 @@ class Desktop:
 
     def run(self, *arguments, **options):
         """One tool in this session: what it prints."""
-        return subprocess.run(arguments, env=self.environment, stdin=subprocess.DEVNULL,
+        return subprocess.run(["/usr/bin/setpriv", *self.identity(), "--", *arguments],
+                              env=self.environment, stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=20,
                               check=False, **options).stdout
 

@@ -1,0 +1,342 @@
+"""What the install sequence leaves on disk and asks of launchd, and what it says when it cannot."""
+
+import os
+import re
+import stat
+
+import pytest
+
+from conftest import GUARD_ID, SERVICE_ID
+from desktop import product
+from desktop.processes import wait_for
+
+HEADER = ('<?xml version="1.0" encoding="UTF-8"?>\n'
+          '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" '
+          '"http://www.apple.com/DTDs/PropertyList-1.0.dtd">\n'
+          '<plist version="1.0">\n'
+          '<dict>\n')
+
+
+def service_agent(application):
+    return HEADER + f"""\
+  <key>Label</key><string>com.velmor.pellix</string>
+  <key>ProgramArguments</key>
+  <array>
+    <string>{application.support}/velmor-guard</string>
+    <string>run</string>
+    <string>--port</string>
+    <string>8787</string>
+  </array>
+  <key>RunAtLoad</key><true/>
+  <key>KeepAlive</key><true/>
+  <key>ProcessType</key><string>Background</string>
+  <key>EnvironmentVariables</key>
+  <dict><key>VLX_QUIET</key><string>1</string></dict>
+  <key>StandardOutPath</key><string>{application.support}/logs/launchd.out.log</string>
+  <key>StandardErrorPath</key><string>{application.support}/logs/launchd.err.log</string>
+</dict>
+</plist>"""
+
+
+def menubar_agent(application):
+    return HEADER + f"""\
+  <key>Label</key><string>com.velmor.pellix.menubar</string>
+  <key>ProgramArguments</key>
+  <array>
+    <string>{application.bundle}/velmor-pellix</string>
+  </array>
+  <key>RunAtLoad</key><true/>
+  <key>KeepAlive</key><false/>
+  <key>ProcessType</key><string>Interactive</string>
+</dict>
+</plist>"""
+
+
+def read(*parts):
+    with open(os.path.join(*parts), "rb") as file:
+        return file.read()
+
+
+def write(content, *parts):
+    path = os.path.join(*parts)
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "wb") as file:
+        file.write(content)
+
+
+def listing(folder):
+    return sorted(os.path.relpath(os.path.join(where, name), folder)
+                  for where, folders, names in os.walk(folder) for name in folders + names)
+
+
+def launchctl_sequence(application):
+    target = f"gui/{application.user_id}/com.velmor.pellix"
+    return [["bootout", target],
+            ["bootstrap", f"gui/{application.user_id}",
+             os.path.join(application.agents, "com.velmor.pellix.plist")],
+            ["kickstart", "-k", target]]
+
+
+def wait_for_menu(application):
+    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+
+
+def expect_alert(application):
+    """The texts of the one alert, which stands before everything else."""
+    alert = application.window(product.WINDOW_TITLE)
+    assert [node.name for node in alert.walk() if node.role == "push button"] == ["OK"]
+    assert application.desktop.host.items == []
+    texts = alert.texts()
+    application.desktop.settled_picture()
+    application.desktop.press("Return")
+    wait_for_menu(application)
+    assert application.windows() == []
+    return texts
+
+
+def expect_complete(application, guard):
+    assert sorted(os.listdir(application.agents)) == [
+        "com.velmor.pellix.menubar.plist", "com.velmor.pellix.plist"]
+    assert read(application.agents, "com.velmor.pellix.plist").decode() == service_agent(
+        application)
+    assert read(application.agents, "com.velmor.pellix.menubar.plist").decode() == menubar_agent(
+        application)
+    assert re.fullmatch(rb'\{"site":"https://[a-z0-9.-]+"\}',
+                        read(application.support, "managed.json"))
+    assert read(application.support, "velmor-guard") == guard
+    mode = os.stat(os.path.join(application.support, "velmor-guard")).st_mode
+    assert stat.S_IMODE(mode) == 0o755
+    assert application.launchctl_calls() == launchctl_sequence(application)
+
+
+def test_a_fresh_home_gets_everything_to_the_byte(application):
+    os.chmod(application.resource("velmor-guard"), 0o640)
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+    assert listing(application.support) == ["logs", "managed.json", "velmor-guard"]
+
+
+def test_an_existing_installation_is_renewed_and_nothing_else_touched(application):
+    write(b"an older service", application.support, "velmor-guard")
+    os.chmod(os.path.join(application.support, "velmor-guard"), 0o400)
+    write(b'{"site":"https://edited.example"}', application.support, "managed.json")
+    write(b"old", application.agents, "com.velmor.pellix.plist")
+    write(b"old and much longer" * 500, application.agents, "com.velmor.pellix.menubar.plist")
+    write(b"its own", application.support, "velmor-guard.state.json")
+    write(b"a log", application.support, "logs", "launchd.out.log")
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+    assert read(application.support, "velmor-guard.state.json") == b"its own"
+    assert read(application.support, "logs", "launchd.out.log") == b"a log"
+    assert len(listing(application.support)) == 5
+
+
+def test_every_launch_installs_again(application):
+    application.start()
+    wait_for_menu(application)
+    application.stop()
+    application.bundle_guard("#!/bin/sh\necho GEN-newer\n")
+    application.start()
+    wait_for_menu(application)
+    assert read(application.support, "velmor-guard") == b"#!/bin/sh\necho GEN-newer\n"
+    assert application.launchctl_calls() == 2 * launchctl_sequence(application)
+
+
+def test_without_a_service_binary_it_says_so_and_goes_on(application):
+    application.remove_resource("velmor-guard")
+    application.start()
+    assert expect_alert(application) == [product.MISSING_GUARD]
+    assert listing(application.support) == ["managed.json"]
+    assert os.listdir(application.agents) == []
+    assert application.launchctl_calls() == []
+
+
+def test_an_installed_service_binary_is_enough(application):
+    application.start()
+    wait_for_menu(application)
+    application.stop()
+    installed = read(application.support, "velmor-guard")
+    application.remove_resource("velmor-guard")
+    os.remove(application.launchctl_log)
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, installed)
+
+
+def test_without_launch_agents_folder_it_says_so_after_the_binary(application):
+    os.rmdir(application.agents)
+    application.start()
+    [text] = expect_alert(application)
+    assert text
+    assert not os.path.exists(application.agents)
+    assert listing(application.support) == ["logs", "managed.json", "velmor-guard"]
+    assert application.launchctl_calls() == []
+
+
+@pytest.mark.parametrize("in_the_way, left", [
+    (("support", "managed.json"), ["managed.json"]),
+    (("agents", "com.velmor.pellix.plist"), ["logs", "managed.json", "velmor-guard"]),
+    (("agents", "com.velmor.pellix.menubar.plist"), ["logs", "managed.json", "velmor-guard"]),
+])
+def test_a_folder_where_a_file_should_be_stops_it_there(application, in_the_way, left):
+    place, name = in_the_way
+    folder = os.path.join(getattr(application, place), name)
+    write(b"kept", folder, "inside")
+    application.start()
+    [text] = expect_alert(application)
+    assert text
+    assert read(folder, "inside") == b"kept"
+    assert [path for path in listing(application.support) if "inside" not in path] == left
+    assert application.launchctl_calls() == []
+
+
+def test_a_folder_in_place_of_the_binary_gives_way(application):
+    write(b"gone", application.support, "velmor-guard", "inside")
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+
+
+def test_a_file_in_place_of_the_support_folder_stops_everything(application):
+    write(b"kept", application.support)
+    application.start()
+    [text] = expect_alert(application)
+    assert text
+    assert read(application.support) == b"kept"
+    assert os.listdir(application.agents) == []
+
+
+def test_a_file_in_place_of_the_logs_folder_stops_before_the_property_lists(application):
+    write(b"kept", application.support, "logs")
+    application.start()
+    expect_alert(application)
+    assert os.listdir(application.agents) == []
+    assert read(application.support, "velmor-guard") == read(application.resource("velmor-guard"))
+
+
+def test_the_first_window_comes_after_the_alert(application, service):
+    application.set_defaults(port=service.port)
+    application.remove_resource("velmor-guard")
+    application.start()
+    alert = application.window(product.WINDOW_TITLE)
+    assert alert.texts() == [product.MISSING_GUARD]
+    application.desktop.settled_picture()
+    application.desktop.press("Return")
+    wait_for("the window", lambda: [window.texts()[0] for window in application.windows()] == [
+        product.WINDOW_HEADING])
+    wait_for_menu(application)
+
+
+# As a user who is bound by permissions ------------------------------------------
+
+@pytest.fixture
+def bound_application(application_on):
+    """Run as an ordinary user, also where the tests run as root."""
+    return application_on(tray=True, user=os.getuid() or 65534)
+
+
+@pytest.fixture
+def read_only():
+    """Takes away the right to write; gives it back for the clean-up."""
+    taken = []
+
+    def take(folder):
+        taken.append((folder, os.stat(folder).st_mode))
+        os.chmod(folder, 0o555)
+    yield take
+    for folder, mode in taken:
+        os.chmod(folder, mode)
+
+
+def test_a_read_only_home_stops_everything_and_the_launch_goes_on(bound_application, read_only):
+    application = bound_application
+    read_only(os.path.join(application.home, "Library"))
+    application.start()
+    [text] = expect_alert(application)
+    assert "ermission" in text
+    assert not os.path.exists(application.support)
+    assert os.listdir(application.agents) == []
+    assert application.launchctl_calls() == []
+
+
+def test_a_read_only_support_folder_keeps_what_it_has(bound_application, read_only):
+    application = bound_application
+    write(b"older", application.support, "velmor-guard")
+    write(b"older", application.support, "managed.json")
+    read_only(application.support)
+    application.start()
+    [text] = expect_alert(application)
+    assert "ermission" in text
+    assert read(application.support, "velmor-guard") == b"older"
+    assert read(application.support, "managed.json") == b"older"
+    assert os.listdir(application.agents) == []
+
+
+def test_a_read_only_launch_agents_folder_keeps_what_it_has(bound_application, read_only):
+    application = bound_application
+    write(b"older", application.agents, "com.velmor.pellix.plist")
+    read_only(application.agents)
+    application.start()
+    [text] = expect_alert(application)
+    assert "ermission" in text
+    assert read(application.agents, "com.velmor.pellix.plist") == b"older"
+    assert os.listdir(application.agents) == ["com.velmor.pellix.plist"]
+    assert read(application.support, "velmor-guard") == read(application.resource("velmor-guard"))
+    assert application.launchctl_calls() == []
+
+
+def test_an_unreadable_bundled_binary_is_reported(bound_application):
+    application = bound_application
+    os.chmod(application.resource("velmor-guard"), 0)
+    application.start()
+    [text] = expect_alert(application)
+    assert "ermission" in text
+    assert listing(application.support) == ["managed.json"]
+    assert os.listdir(application.agents) == []
+
+
+# Tools that fail --------------------------------------------------------------------
+
+@pytest.mark.parametrize("tool", [None, 0o644, "#!/bin/sh\nexit 1\n", "#!/bin/sh\nsleep 1\n",
+                                  "#!/bin/sh\nkill -9 $$\n", "no program"])
+def test_a_launchctl_that_fails_harms_nothing(application, tool):
+    path = os.path.join(application.bundle, "launchctl")
+    if tool is None:
+        os.remove(path)
+    elif isinstance(tool, int):
+        os.chmod(path, tool)
+    else:
+        write(tool.encode(), path)
+    application.start()
+    wait_for_menu(application)
+    assert application.windows() == []
+    assert read(application.agents, "com.velmor.pellix.plist").decode() == service_agent(
+        application)
+
+
+@pytest.mark.parametrize("guard", ["no program", "", "#!/bin/sh\nkill -9 $$\n",
+                                   "#!/bin/sh\necho '{\"device_id\": \"x\"}' >&2\n"])
+def test_a_guard_that_fails_leaves_the_hardware_identifier(application, service, guard):
+    application.bundle_guard(guard)
+    service.answer(b"{}")
+    application.start()
+    wait_for("the menu", lambda: application.titles()[7].startswith("HW-UUID-"))
+
+
+def test_a_guard_that_fails_after_its_answer_is_believed(application, service):
+    application.bundle_guard("#!/bin/sh\necho '{\"device_id\": \"GEN-x\"}'; exit 3\n")
+    service.answer(b"{}")
+    application.start()
+    application.wait_for_titles(product.menu("unknown", "never", "GEN-x"))
+
+
+def test_unescaped_paths_reach_the_property_lists_as_they_are(application_on, service, stack):
+    application = application_on(tray=True)
+    moved = application.desktop.path("R & D <x>")
+    os.rename(application.bundle, moved)
+    application.bundle = moved
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))

@@ -1,0 +1,163 @@
+"""Both kinds of tray: the StatusNotifierItem host and the X11 system tray in a bar."""
+
+import pytest
+
+from conftest import SERVICE_ID, tint
+from desktop import notifier, product
+from desktop.processes import TimedOut, wait_for
+
+
+@pytest.fixture
+def in_bar(application_on):
+    """In a session with a menu bar and no StatusNotifierItem host."""
+    return application_on(bar="light")
+
+
+def start(application, service, state="authorized"):
+    service.status["state"] = state
+    application.start()
+    service.wait_for_requests(1)
+    application.bar_icon()
+    application.desktop.settled_picture()
+
+
+@pytest.mark.parametrize("bar", ["light", "dark"])
+@pytest.mark.parametrize("state", product.STATES)
+def test_the_icon_in_a_bar_has_its_colour(application_on, service, bar, state):
+    application = application_on(bar=bar)
+    start(application, service, state)
+    picture = application.desktop.picture()
+    background = picture.pixel(4, 4)
+    drawn = [pixel for pixel in picture.crop(*application.bar_icon()).pixels()
+             if max(abs(a - b) for a, b in zip(pixel, background)) > 100]
+    assert len(drawn) > 40, "nothing is drawn"
+    wanted = product.STATES[state].tint or "none"
+    same = [pixel for pixel in drawn if tint(*pixel) == wanted]
+    assert len(same) > 0.6 * len(drawn)  # the rest are edges, between both colours
+
+
+def open_menu(application):
+    application.open_menu()
+    return application.read_open_menu()
+
+
+@pytest.mark.parametrize("state", product.STATES)
+def test_a_click_opens_the_whole_menu(in_bar, service, state):
+    start(in_bar, service, state)
+    entries = open_menu(in_bar)
+    assert [entry.name or product.SEPARATOR for entry in entries] == product.menu(
+        state, "5 min ago", SERVICE_ID)
+    assert [entry.role == "separator" for entry in entries] == [
+        title == product.SEPARATOR for title in product.menu(state, "", "")]
+    commands = [entry for entry in entries if entry.role != "separator"]
+    assert [entry.has("enabled") for entry in commands] == [False, False] + 5 * [True]
+
+
+@pytest.mark.parametrize("identifier", ["R&D_lab", "A_B__C", "<b>x</b>", "two\nlines", "x" * 10_000])
+def test_identifiers_are_shown_and_copied_as_they_are(in_bar, service, identifier):
+    service.status["device_id"] = identifier
+    start(in_bar, service)
+    row = open_menu(in_bar)[7]
+    x, _y, width, _height = row.frame
+    assert 0 <= x and x + width <= in_bar.desktop.size[0]
+    in_bar.desktop.press("Down", "Down", "Down", "Return")  # the first key chose the first command
+    wait_for("the copy", lambda: in_bar.desktop.clipboard() == identifier)
+
+
+@pytest.mark.parametrize("state, key, page", [
+    ("authorized", "ctrl+o", "/authorize"), ("stale", "ctrl+a", "/"), ("stale", "ctrl+s", "/"),
+])
+def test_key_equivalents_work_while_the_menu_is_open(in_bar, service, state, key, page):
+    start(in_bar, service, state)
+    in_bar.open_menu()
+    in_bar.desktop.press(key)
+    wait_for("the page", in_bar.desktop.opened_pages)
+    assert in_bar.desktop.opened_pages() == [f"http://127.0.0.1:{service.port}{page}"]
+    wait_for("the end of the menu", lambda: not in_bar.popups())
+
+
+def test_key_equivalents_do_nothing_otherwise(in_bar, service):
+    in_bar.set_defaults(port=service.port)
+    start(in_bar, service)
+    in_bar.window(product.WINDOW_TITLE)
+    in_bar.desktop.press("ctrl+q", "ctrl+s")
+    with pytest.raises(TimedOut):
+        wait_for("a page", in_bar.desktop.opened_pages, 1)
+    assert [window.texts()[0] for window in in_bar.windows()] == [product.WINDOW_HEADING]
+
+
+def test_i_shows_the_window_and_q_asks(in_bar, service):
+    start(in_bar, service)
+    in_bar.open_menu()
+    in_bar.desktop.press("ctrl+i")
+    assert in_bar.window(product.WINDOW_TITLE).texts()[-1] == SERVICE_ID
+    in_bar.desktop.press("Return")
+    wait_for("the end of the window", lambda: not in_bar.windows())
+    in_bar.open_menu()
+    in_bar.desktop.press("ctrl+q")
+    assert in_bar.window(product.WINDOW_TITLE).texts()[0] == product.QUIT_QUESTION
+    in_bar.desktop.settled_picture()
+    in_bar.desktop.press("Return")
+    assert in_bar.wait_for_end() == 0
+
+
+def test_an_open_menu_stays_through_a_poll_and_works(in_bar, service):
+    start(in_bar, service)
+    entries = open_menu(in_bar)
+    service.status["state"] = "revoked"
+    service.wait_for_requests(2)
+    in_bar.desktop.settled_picture()
+    assert len(in_bar.popups()) == 1
+    assert [entry.name for entry in entries][0] == product.STATES["authorized"].summary
+    in_bar.desktop.press("Return")
+    wait_for("the page", in_bar.desktop.opened_pages)
+    assert in_bar.desktop.opened_pages() == [f"http://127.0.0.1:{service.port}/authorize"]
+    assert open_menu(in_bar)[0].name == product.STATES["revoked"].summary
+
+
+@pytest.mark.parametrize("place, text", [
+    ("icon", product.tooltip("stale")),
+    ("row", "Click to copy — IT needs this to approve your Mac"),
+])
+def test_tooltips_appear_under_the_pointer(in_bar, service, place, text):
+    start(in_bar, service, "stale")
+    if place == "icon":
+        frame = in_bar.bar_icon()
+    else:
+        frame = open_menu(in_bar)[7].frame
+    x, y = frame[0] + frame[2] // 2, frame[1] + frame[3] // 2
+    in_bar.desktop.point(x - 3, y)
+    in_bar.desktop.point(x, y)
+    wait_for("the tooltip", lambda: text in [window.name for window in in_bar.windows()], 5)
+
+
+def test_a_host_that_comes_late_gets_the_item(application_on, service):
+    application = application_on()
+    application.start()
+    service.wait_for_requests(1)
+    application.desktop.host = notifier.Host(application.desktop.bus_address)
+    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+
+
+def test_a_host_that_comes_again_gets_the_item_again(application, service):
+    application.start()
+    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    application.desktop.host.close()
+    application.desktop.host = notifier.Host(application.desktop.bus_address)
+    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+
+
+def test_a_bar_that_comes_late_gets_the_icon(application_on, service):
+    application = application_on()
+    application.start()
+    service.wait_for_requests(1)
+    application.desktop.start_bar("light")
+    assert application.bar_icon()[2] >= 16
+
+
+def test_a_host_is_preferred_to_a_bar(application_on, service):
+    application = application_on(tray=True, bar="light")
+    application.start()
+    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    with pytest.raises(TimedOut):
+        application.bar_icon(timeout=1)
