@@ -8,6 +8,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QThread>
+#include <QTimer>
 #include <QUrl>
 #include <algorithm>
 #include <mutex>
@@ -138,9 +139,11 @@ struct UrlSession::Implementation {
         request.completionHandler({});
       }
     } else {
-      const bool isLarge = request.body.size() > 1U << 20U;
+      const bool isLarge = request.body.size() > 1024 * 1024;
       request.completionHandler(std::move(request.body));
-      if (isLarge) ::malloc_trim(0);  // or its many small pieces stay with the process
+      // Or its many small pieces stay with the process. Qt's own thread lets go of them a little
+      // later.
+      if (isLarge) QTimer::singleShot(1000, &queue, [] { ::malloc_trim(0); });
     }
   }
 
