@@ -146,6 +146,19 @@ void ExportedMenu::update(const Menu& menu) {
   }
 }
 
+void ExportedMenu::answerCalls() {
+  if (QObject* object = busObject()) QCoreApplication::sendPostedEvents(object);
+}
+
+void ExportedMenu::refuseCalls() {
+  if (QObject* object = busObject()) QCoreApplication::removePostedEvents(object);
+}
+
+QObject* ExportedMenu::busObject() {
+  // QPlatformMenu derives from QObject alone, but its definition is private to Qt.
+  return reinterpret_cast<QObject*>(platformMenu());
+}
+
 bool haveSameCommands(const Menu& a, const Menu& b) {
   return std::equal(a.items.begin(), a.items.end(), b.items.begin(), b.items.end(),
                     [](const MenuItem& x, const MenuItem& y) {

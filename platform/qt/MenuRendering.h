@@ -23,6 +23,14 @@ class ExportedMenu : public QMenu {
   void fill(const Menu& menu);
   /// Makes it show `menu`, which has the same commands as what it shows now.
   void update(const Menu& menu);
+
+  /// Carries out the calls that have arrived for the menu.
+  void answerCalls();
+  /// Answers with an error what has arrived for the menu since: it is on the bus no more.
+  void refuseCalls();
+
+ private:
+  QObject* busObject();
 };
 
 /// Whether a menu exported from `a` can turn into `b` without an entry changing its command: panels

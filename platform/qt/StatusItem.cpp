@@ -187,7 +187,11 @@ void StatusItem::setMenu(const Menu& menu) {
     return;
   }
   auto exported = std::make_unique<ExportedMenu>();
+  // Qt frees what answers the old menu's calls when the icon lets go of it, and would then pass on
+  // to it those that were on their way.
+  implementation->exported->answerCalls();
   implementation->icon->setContextMenu(exported.get());
+  implementation->exported->refuseCalls();
   exported->fill(menu);
   implementation->retired = std::exchange(implementation->exported, std::move(exported));
 }
