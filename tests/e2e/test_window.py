@@ -43,7 +43,8 @@ def test_it_stands_in_the_middle_and_cannot_be_resized(application, window):
     assert abs(x + width / 2 - screen_width / 2) <= 2
     assert abs(y + height / 2 - screen_height / 2) <= 20  # half a title bar
     [number] = application.desktop.x_windows("--name", f"^{product.WINDOW_TITLE}$")
-    application.desktop.run("xdotool", "windowsize", "--sync", number, "700", "500")
+    application.desktop.run("xdotool", "windowsize", number, "700", "500")
+    application.desktop.settled_picture()
     assert application.desktop.x_frame(number)[2:] == (520, 280)
 
 
@@ -140,6 +141,5 @@ def test_escape_does_nothing(application, window):
 
 
 def test_it_comes_to_the_front(application, window):
-    x, y, width, height = window.frame
     active = application.desktop.run("xdotool", "getactivewindow", "getwindowname").decode().strip()
     assert active == product.WINDOW_TITLE
