@@ -62,12 +62,16 @@ SystemTray::SystemTray(std::function<void()> callback) : found(std::move(callbac
   bus.connect(watcherName, watcherPath, watcherName, u"StatusNotifierHostRegistered"_s, &lookSoon,
               SLOT(start()));
   if (connection()) qGuiApp->installNativeEventFilter(this);
-  look();
+  lookSoon.start();  // not from here: what `found` refers to may be under construction
 }
 
 SystemTray::~SystemTray() = default;
 
 void SystemTray::look() {
+  if (!QDBusConnection::sessionBus().isConnected()) {
+    if (connection() && trayWindow(connection())) found();
+    return;
+  }
   QDBusMessage question = QDBusMessage::createMethodCall(
       watcherName, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
   question.setAutoStartService(false);
