@@ -1,3 +1,4 @@
+import ast
 import datetime
 import html.parser
 import itertools
@@ -419,3 +420,8 @@ def test_clientsThatTalkNonsenseDoNoHarm(guard):
             client.sendall(data)
     assert guard.status()["state"] == "not_enrolled"
     assert "Traceback" not in guard.log.read_text()
+
+
+def test_anOldPythonCanReadIt(guard):
+    """macOS comes with Python 3.9, and the bundle carries this file there."""
+    ast.parse(guard.binary.read_text(encoding="utf-8"), feature_version=(3, 9))
