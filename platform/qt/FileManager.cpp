@@ -145,8 +145,8 @@ class Sibling {
       struct stat named;
       check(::fstat(file.get(), &opened));
       if (::lstat(path.c_str(), &named) == -1 || opened.st_ino != named.st_ino) continue;
-      if (opened.st_size == 0 && opened.st_nlink == 1) return file;
-      check(::unlink(path.c_str()));  // left behind by a writer that was killed
+      if (S_ISREG(opened.st_mode) && opened.st_size == 0 && opened.st_nlink == 1) return file;
+      check(::unlink(path.c_str()));  // a killed writer's, or no file at all
     }
     throwErrno(EWOULDBLOCK);
   }
