@@ -23,6 +23,9 @@ namespace {
 
 constexpr int maximumRedirects = 20;
 
+/// An answer that never ends must not take all memory.
+constexpr std::size_t longestBody = 256U << 20U;
+
 /// Whether `url` can be fetched without looking a name up and without leaving this machine.
 bool isOnThisMachine(const QUrl& url) {
   return url.scheme() == u"http" && QHostAddress(url.host()).isLoopback();
@@ -124,6 +127,7 @@ struct UrlSession::Implementation {
     body.resize(size + static_cast<std::size_t>(available));
     const qint64 count = reply.read(body.data() + size, available);
     body.resize(size + static_cast<std::size_t>(std::max<qint64>(count, 0)));
+    if (body.size() > longestBody) reply.abort();
   }
 
   void finish(QNetworkReply& reply) {

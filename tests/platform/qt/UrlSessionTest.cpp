@@ -72,6 +72,17 @@ TEST(UrlSession, aMalformedChunkEndsTheBody) {
   }
 }
 
+TEST(UrlSession, anAnswerWithoutEndGivesNothing) {
+  HttpServer server([](Connection& connection) {
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 400000000\r\n\r\n");
+    const std::string megabyte(1 << 20, ' ');
+    for (int i = 0; i < 300; ++i) connection.send(megabyte);
+    connection.waitUntilClosed();
+  });
+  UrlSession session(5);
+  EXPECT_EQ(fetch(session, server.url()), none);
+}
+
 TEST(UrlSession, anAnswerThatAsksForProxyCredentialsIsAnAnswer) {
   HttpServer server([&](Connection& connection) {
     connection.send(response("407 Proxy Authentication Required", "{}",
