@@ -41,14 +41,14 @@ void setTexts(QMessageBox& box, const Alert& alert) {
   box.setInformativeText(breakable(alert.informativeText));
   if (auto* message = box.findChild<QLabel*>(u"qt_msgbox_label"_s)) {
     message->setTextFormat(Qt::PlainText);
-    message->setAccessibleName(toQString(alert.messageText));
+    message->setAccessibleName(displayText(alert.messageText));
     QFont font = message->font();
     font.setBold(true);
     message->setFont(font);
   }
   if (auto* informative = box.findChild<QLabel*>(u"qt_msgbox_informativelabel"_s)) {
     informative->setTextFormat(Qt::PlainText);
-    informative->setAccessibleName(toQString(alert.informativeText));
+    informative->setAccessibleName(displayText(alert.informativeText));
   }
 }
 

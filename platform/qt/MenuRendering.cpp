@@ -88,7 +88,7 @@ QString popupTitle(const std::string& title) {
 /// The protocol reads a single "_" as the mark of a key, and Qt makes such a mark of the first "&"
 /// that is not the last character. That one is given to a character that nobody can type as a key.
 QString exportedTitle(const std::string& title) {
-  QString text = toQString(title).replace(u'_', u"__"_s);
+  QString text = displayText(title).replace(u'_', u"__"_s);
   const qsizetype ampersand = text.indexOf(u'&');
   if (ampersand >= 0 && ampersand != text.size() - 1) text.insert(ampersand, u'&');
   return text;

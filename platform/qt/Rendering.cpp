@@ -14,19 +14,33 @@ using namespace Qt::StringLiterals;
 
 namespace platform {
 
+QString displayText(const std::string& text) {
+  constexpr std::size_t longest = 40'000;  // bytes
+  if (text.size() <= longest) return toQString(text);
+  const auto isInsideCharacter = [&](std::size_t at) {
+    return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
+  };
+  std::size_t head = longest / 2;
+  std::size_t tail = text.size() - longest / 2;
+  while (head > 0 && isInsideCharacter(head)) --head;
+  while (tail < text.size() && isInsideCharacter(tail)) ++tail;
+  const std::string_view whole = text;
+  return toQString(whole.substr(0, head)) + u'…' + toQString(whole.substr(tail));
+}
+
 QString verbatimTitle(const std::string& text) {
-  return toQString(text).replace(u'&', u"&&"_s);
+  return displayText(text).replace(u'&', u"&&"_s);
 }
 
 QString breakable(const std::string& text) {
   static const QRegularExpression longWord(u"(\\S{24})(?=\\S)"_s);
-  return toQString(text).replace(longWord, u"\\1\u200B"_s);
+  return displayText(text).replace(longWord, u"\\1\u200B"_s);
 }
 
 QString verbatimToolTip(const std::string& text) {
   // Only HTML is wrapped; plain text would run off the screen.
   constexpr qsizetype shortEnough = 60;
-  QString plain = toQString(text);
+  QString plain = displayText(text);
   if (plain.size() <= shortEnough && !Qt::mightBeRichText(plain)) return plain;
   return u"<p style='white-space:pre-wrap'>"_s + breakable(text).toHtmlEscaped() + u"</p>"_s;
 }

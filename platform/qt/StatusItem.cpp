@@ -118,7 +118,8 @@ struct StatusItem::Implementation : QObject {
     }
     painted = button;
     paintedInk = ink;
-    const QString toolTip = exported ? toQString(button.toolTip) : verbatimToolTip(button.toolTip);
+    const QString toolTip =
+        exported ? displayText(button.toolTip) : verbatimToolTip(button.toolTip);
     if (icon->toolTip() != toolTip) icon->setToolTip(toolTip);
   }
 

@@ -101,10 +101,10 @@ QWidget* makeLabel(const Label& label, QWidget* parent) {
       break;
   }
   widget->setTextFormat(Qt::PlainText);
-  widget->setText(toQString(label.text));
+  widget->setText(displayText(label.text));
   widget->setFont(toQFont(label.font.value_or(controlFont)));
   widget->setToolTip(verbatimToolTip(label.toolTip));
-  widget->setAccessibleDescription(toQString(label.toolTip));
+  widget->setAccessibleDescription(displayText(label.toolTip));
   return widget;
 }
 
@@ -119,7 +119,7 @@ struct Window::Implementation {
     flags.setFlag(Qt::WindowMinimizeButtonHint, content.styleMask.miniaturizable);
     flags.setFlag(Qt::WindowMaximizeButtonHint, content.styleMask.resizable);
     window.setWindowFlags(flags);
-    window.setWindowTitle(toQString(content.title));
+    window.setWindowTitle(displayText(content.title));
     const QSize size(pixels(content.contentView.frame.width),
                      pixels(content.contentView.frame.height));
     if (content.styleMask.resizable) {

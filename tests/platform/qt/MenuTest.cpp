@@ -65,6 +65,17 @@ TEST_F(RenderedMenu, showsTitlesVerbatim) {
   }
 }
 
+TEST_F(RenderedMenu, showsBothEndsOfATitleThatIsTooLongToSend) {
+  std::string title = "start";
+  for (int i = 0; i < 1'000'000; ++i) title += "é";
+  for (const QString& text : {popupText(title + "end"), exportedText(title + "end")}) {
+    EXPECT_LT(text.size(), 50'000);
+    EXPECT_TRUE(text.startsWith(QStringLiteral("starté")));
+    EXPECT_TRUE(text.endsWith(QStringLiteral("éend")));
+    EXPECT_FALSE(text.contains(QChar::ReplacementCharacter)) << "no character is cut in two";
+  }
+}
+
 TEST_F(RenderedMenu, showsTitlesVerbatimInPanels) {
   for (const std::string& title : titles) {
     EXPECT_EQ(shownByPanel(exportedText(title)).toStdString(), title);

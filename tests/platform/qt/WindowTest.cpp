@@ -115,6 +115,20 @@ TEST_F(ShownWindow, drawsALongTextWithItsMiddleElided) {
   EXPECT_NE(drawn("start" + middle + "end"), drawn("start" + middle + "enD"));
 }
 
+TEST_F(ShownWindow, showsBothEndsOfATextThatIsTooLongToLayOut) {
+  const std::string identifier = "start" + std::string(5'000'000, 'x') + "end";
+  window = std::make_unique<Window>(content(*commands, identifier));
+  window->makeKeyAndOrderFront();
+  ASSERT_TRUE(runMainLoopUntil([this] { return (widget = visibleWindow<QMainWindow>()); }));
+  for (const QLabel* label : widget->findChildren<QLabel*>()) {
+    if (label->wordWrap()) continue;
+    EXPECT_LT(label->text().size(), 50'000);
+    EXPECT_TRUE(label->text().startsWith(QStringLiteral("startx")));
+    EXPECT_TRUE(label->text().endsWith(QStringLiteral("xend")));
+    EXPECT_LT(label->toolTip().size(), 100'000);
+  }
+}
+
 TEST_F(ShownWindow, toolTipsAreNeverReadAsHtml) {
   show("HW-UUID-1");
   EXPECT_EQ(identifierLabel->toolTip(), QStringLiteral("HW-UUID-1"));
