@@ -56,8 +56,9 @@ TEST_F(AppDelegateTest, portComesFromTheUserDefaultsWhenItIsAtLeastOne) {
   }
 }
 
-TEST_F(AppDelegateTest, portAboveTheRangeIsKeptAndCannotBePolled) {
+TEST_F(AppDelegateTest, portAboveTheRangeIsKeptAndMayGiveNoAddress) {
   platform().integers["port"] = 70000;
+  platform().unparsableUrls = {"http://127.0.0.1:70000/status.json"};
   launch();
   platform().runMainQueue();
   EXPECT_TRUE(platform().requests.empty());

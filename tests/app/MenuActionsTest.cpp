@@ -53,6 +53,8 @@ TEST_F(MenuActions, onlyAnAuthorizedMacIsOfferedTheAuthorizePage) {
 
 TEST_F(MenuActions, unparsableAddressOpensNothing) {
   platform().integers["port"] = 70000;
+  platform().unparsableUrls = {"http://127.0.0.1:70000/status.json", "http://127.0.0.1:70000/",
+                               "http://127.0.0.1:70000/authorize"};
   delegate = std::make_shared<AppDelegate>();
   launch();
   platform().runMainQueue();

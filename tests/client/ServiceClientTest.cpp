@@ -47,7 +47,12 @@ TEST_F(ServiceClientTest, noBodyIsOffline) {
 }
 
 TEST_F(ServiceClientTest, unparsableAddressAnswersAtOnceWithTheDefaults) {
-  for (const std::int64_t port : {std::int64_t{-1}, std::int64_t{70000}, INT64_MAX, INT64_MIN}) {
+  const std::pair<std::int64_t, const char*> rows[] = {
+      {-1, "http://127.0.0.1:-1/status.json"},
+      {70000, "http://127.0.0.1:70000/status.json"},
+      {INT64_MAX, "http://127.0.0.1:9223372036854775807/status.json"}};
+  for (const auto& [port, address] : rows) {
+    platform().unparsableUrls = {address};
     ServiceClient client(port);
     std::vector<Status> answers;
     std::thread::id thread;

@@ -222,6 +222,11 @@ Timer::~Timer() {
   std::erase(fakes::platform().timers, implementation->record);
 }
 
+std::optional<Url> Url::withString(const std::string& text) {
+  if (fakes::platform().unparsableUrls.contains(text)) return std::nullopt;
+  return Url(text);
+}
+
 struct UrlSession::Implementation {};
 
 UrlSession::UrlSession(double timeoutIntervalForRequest) {

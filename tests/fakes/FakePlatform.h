@@ -89,6 +89,7 @@ struct Platform {
   std::vector<std::shared_ptr<TimerRecord>> timers;  ///< those still scheduled
   std::vector<Request> requests;
   double requestTimeout = 0;
+  std::set<std::string> unparsableUrls;
 
   std::set<std::string> unknownSymbols;
   bool givesButton = true;

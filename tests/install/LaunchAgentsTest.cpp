@@ -101,6 +101,22 @@ TEST_F(LaunchAgents, valuesAreNotEscaped) {
             menubarText("/Applications/R&D <lab>/pellix"));
 }
 
+// In a process of its own, in which the support folder has not been looked up yet.
+TEST_F(LaunchAgents, valuesOfTheServiceAreNotEscapedEither) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  platform().applicationSupport = {"/R&D <lab>"};
+  EXPECT_EXIT(
+      {
+        Installer::writeServiceLaunchAgent();
+        const std::string& text = platform().files.at(servicePath).content;
+        const bool isVerbatim =
+            text.find("<string>/R&D <lab>/VelmorPellix/velmor-guard</string>") != text.npos &&
+            text.find("<string>/R&D <lab>/VelmorPellix/logs/launchd.out.log</string>") != text.npos;
+        std::_Exit(isVerbatim ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST_F(LaunchAgents, withoutAnExecutablePathNothingIsTouched) {
   for (const std::optional<std::filesystem::path>& executable :
        {std::optional<std::filesystem::path>(), std::optional<std::filesystem::path>("")}) {
