@@ -60,12 +60,23 @@ class PopupMenu : public QMenu {
  public:
   PopupMenu() {
     setToolTipsVisible(true);
+    setPalette(readablePalette());
     auto* style = new BoundedMenuStyle;
     style->setParent(this);
     setStyle(style);
   }
 
- protected:
+ private:
+  /// Entries that cannot be picked may still be what the user opened the menu to read.
+  static QPalette readablePalette() {
+    QPalette palette = QApplication::palette();
+    QColor faded = palette.color(QPalette::Active, QPalette::Text);
+    faded.setAlphaF(0.6F);
+    palette.setColor(QPalette::Disabled, QPalette::Text, faded);
+    palette.setColor(QPalette::Disabled, QPalette::WindowText, faded);
+    return palette;
+  }
+
   void keyPressEvent(QKeyEvent* event) override {
     for (QAction* action : actions()) {
       if (!action->isEnabled() || action->shortcut().isEmpty() ||

@@ -36,6 +36,12 @@ def test_the_icon_in_a_bar_has_its_colour(application_on, service, bar, state):
     assert len(same) > 0.6 * len(drawn)  # the rest are edges, between both colours
 
 
+def test_a_session_without_a_bus_has_the_icon_too(in_bar, service):
+    in_bar.desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent/bus"
+    start(in_bar, service)
+    in_bar.open_menu()
+
+
 def open_menu(application):
     application.open_menu()
     return application.read_open_menu()
