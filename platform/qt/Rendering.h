@@ -13,8 +13,8 @@
 /// What menus, alerts, windows and the status item share when they turn values into widgets.
 namespace platform {
 
-/// What is shown of `text`: all of it, or its two ends if it is so long that laying it out would hold
-/// up the program, or sending it would break the session bus's limits.
+/// What is shown of `text`: all of it, or its two ends if it is so long that laying it out would
+/// hold up the program, or sending it would break the session bus's limits.
 QString displayText(const std::string& text);
 
 /// The text of a button or a menu item that shows `text` verbatim: no character of it marks a key.
