@@ -143,7 +143,7 @@ struct UrlSession::Implementation {
         request.completionHandler({});
       }
     } else {
-      const bool isLarge = request.body.size() > 1024 * 1024;
+      const bool isLarge = request.body.size() > 1U << 20U;
       request.completionHandler(std::move(request.body));
       // Or its many small pieces stay with the process. Qt's own thread lets go of them a little
       // later.
