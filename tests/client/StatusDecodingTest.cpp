@@ -43,6 +43,25 @@ TEST(StatusDecoding, deepOrLongNonsenseIsOffline) {
   expectOffline(std::string(1 << 20, '\0'));
 }
 
+TEST(StatusDecoding, whatIsAlmostJsonIsOffline) {
+  using namespace std::string_literals;
+  for (const std::string& body :
+       {"{\"site\":\"a\nb\"}"s, "{\"site\":\"a\0b\"}"s, "{\"site\":\"a\x1F\"}"s,
+        R"({"site":"\x"})"s, R"({"site":"\'"})"s, R"({"s\ite":"x"})"s, R"({"a":1.})"s,
+        R"({"a":.5})"s, R"({"a":-.5})"s, R"({"a":1.e5})"s, R"({"a":01})"s, R"({"a":+1})"s,
+        R"({"a":-})"s, R"({"a":1e})"s, R"({'state':'stale'})"s, R"({"state":"stale",})"s,
+        R"({"state":"stale"} // comment)"s, R"({"a":NaN})"s})
+    expectOffline(body);
+}
+
+TEST(StatusDecoding, everySpellingOfJsonIsTaken) {
+  const Status status = decodeStatus(
+      "\r\n\t {\"site\" : \"\\\"\\\\\\/\\b\\f\\n\\r\\t\\u0041.\x7F\" ,"
+      "\"numbers\":[-0.5e+10,0,1E5,0.25,-3.0]} \n");
+  EXPECT_TRUE(status.serviceReachable);
+  EXPECT_EQ(status.site, "\"\\/\b\f\n\r\tA.\x7F");
+}
+
 TEST(StatusDecoding, theEmptyObjectIsAnAnswer) {
   const Status status = decodeStatus("{}");
   EXPECT_EQ(status.state, TrustState::unknown);
