@@ -40,8 +40,10 @@ bool isFreeOfLooseSyntax(std::string_view bytes) {
 
 std::optional<std::map<std::string, std::string>> jsonStringMembers(std::string_view bytes) {
   if (!isFreeOfLooseSyntax(bytes)) return {};
-  const QJsonDocument document = QJsonDocument::fromJson(
-      QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size())));
+  QByteArray json = QByteArray::fromRawData(bytes.data(), static_cast<qsizetype>(bytes.size()));
+  // Qt drops a byte-order mark at the start of a string unless it is spelt as an escape.
+  json.replace("\"\xEF\xBB\xBF", "\"\\ufeff");
+  const QJsonDocument document = QJsonDocument::fromJson(json);
   if (!document.isObject()) return {};
   const QJsonObject object = document.object();
   std::map<std::string, std::string> members;

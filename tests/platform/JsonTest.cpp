@@ -40,6 +40,12 @@ TEST(JsonContract, textBeyondAsciiIsUtf8) {
   EXPECT_EQ(jsonStringMembers("{\"ключ\":\"—…😀\"}"), (Members{{"ключ", "—…😀"}}));
 }
 
+TEST(JsonContract, aByteOrderMarkIsPartOfTheText) {
+  EXPECT_EQ(jsonStringMembers("{\"\uFEFFa\":\"\uFEFFx\uFEFF\",\"b\":\"\\\"\uFEFF\"}"),
+            (Members{{"\uFEFFa", "\uFEFFx\uFEFF"}, {"b", "\"\uFEFF"}}));
+  EXPECT_EQ(jsonStringMembers("{\"a\"\uFEFF:\"x\"}"), std::nullopt);
+}
+
 TEST(JsonContract, aNulCharacterIsPartOfTheText) {
   EXPECT_EQ(jsonStringMembers(R"({"a":"x\u0000y"})"), (Members{{"a", std::string("x\0y", 3)}}));
 }
