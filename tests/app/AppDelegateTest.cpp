@@ -227,6 +227,13 @@ TEST_F(AppDelegateTest, windowShowsTheLiveIdWhileTheServiceAnswers) {
   EXPECT_EQ(windowId(), "live");
 }
 
+TEST_F(AppDelegateTest, windowShowsTheLastRealIdWhileTheServiceKnowsNone) {
+  launch();
+  platform().answer(0, R"({"state":"stale"})");
+  platform().pick("Show device ID…");
+  EXPECT_EQ(windowId(), "installed");
+}
+
 TEST_F(AppDelegateTest, openingTheWindowAgainTakesAFreshOne) {
   launch();
   platform().timers[0]->block();
@@ -282,7 +289,8 @@ TEST_F(AppDelegateTest, unknownSelectorsAreIgnored) {
 using AppDelegateDeathTest = AppDelegateTest;
 
 TEST_F(AppDelegateDeathTest, renderingBeforeTheLaunchStopsTheProcess) {
-  EXPECT_DEATH(std::make_shared<AppDelegate>()->render(), "Fatal error: ");
+  EXPECT_DEATH(std::make_shared<AppDelegate>()->render(),
+               "^Fatal error: Nothing can be rendered before the application has launched\n");
 }
 
 }  // namespace

@@ -67,12 +67,14 @@ TEST_F(DeviceIdWindow, isCentredAndHiddenUntilItIsShown) {
 
 TEST_F(DeviceIdWindow, copyTakesTheIdExactlyAndSaysSoForOneAndAHalfSeconds) {
   const auto controller = DeviceIdWindowController::withDeviceId(" <b>R&D_lab</b>\n");
+  controller->showWindow();
   recorded().pasteboard = "other";
   recorded().log.clear();
   pressCopy();
   EXPECT_EQ(recorded().pasteboard, " <b>R&D_lab</b>\n");
   EXPECT_EQ(recorded().log, (std::vector<std::string>{"clear pasteboard", "fill pasteboard"}));
   EXPECT_EQ(window().buttonTitles.at("copyButton"), "Copied!");
+  EXPECT_TRUE(window().isVisible);
   ASSERT_EQ(recorded().delayed.size(), 1u);
   EXPECT_EQ(recorded().delayed[0].first, 1.5);
   recorded().delayed[0].second();
@@ -120,9 +122,11 @@ TEST_F(DeviceIdWindow, goesWithItsControllerAlsoBeforeTheReset) {
 
 TEST_F(DeviceIdWindow, unknownSelectorsAreIgnored) {
   const auto controller = DeviceIdWindowController::withDeviceId("id");
+  controller->showWindow();
   recorded().log.clear();
   controller->perform("quit");
   EXPECT_TRUE(recorded().log.empty());
+  EXPECT_TRUE(window().isVisible);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "tests/fuzz/References.h"
+
 namespace pellix {
 namespace {
 
@@ -43,6 +45,26 @@ TEST(Utf8, refusesWhatIsMalformed) {
                           "ok\xC2"sv,
                           "\xC2\x80\x80"sv})
     EXPECT_FALSE(isValidUtf8(text)) << testing::PrintToString(text);
+}
+
+TEST(Utf8, everyBoundOfEveryByteIsWhereArithmeticPutsIt) {
+  // One byte on each side of every bound that a byte of a sequence has.
+  const auto bounds =
+      "\x00\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5\xFF"sv;
+  // What follows must not be taken for the end of a sequence that is cut short.
+  std::string text = "????\x80\x80\x80";
+  for (const char first : bounds)
+    for (const char second : bounds)
+      for (const char third : bounds)
+        for (const char fourth : bounds) {
+          text.replace(0, 4, {first, second, third, fourth});
+          for (const std::size_t length : {1u, 2u, 3u, 4u}) {
+            if (length < 4 && fourth != bounds.back()) continue;  // checked once, not again
+            const auto bytes = std::string_view(text).substr(0, length);
+            ASSERT_EQ(isValidUtf8(bytes), fuzz::codePoints(bytes).has_value())
+                << testing::PrintToString(bytes);
+          }
+        }
 }
 
 TEST(TrimmedOfBlanks, removesTabsAndEverySpaceSeparatorAtBothEnds) {
