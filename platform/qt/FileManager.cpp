@@ -135,8 +135,8 @@ class Sibling {
         if (!isInTheWay || ::unlink(path.c_str()) == -1) throwErrno(reason);
         continue;
       }
-      if (::flock(file.get(), LOCK_EX | LOCK_NB) == -1) {
-        if (errno != EWOULDBLOCK) throwErrno();
+      // Any other failure: not every file system has locks, and most writers are alone.
+      if (::flock(file.get(), LOCK_EX | LOCK_NB) == -1 && errno == EWOULDBLOCK) {
         std::this_thread::sleep_for(10ms);
         continue;
       }
