@@ -1,5 +1,6 @@
 #include "platform/Application.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 #include <QApplication>
 #include <QWidget>
@@ -30,6 +31,17 @@ void endAtOnce(int status, void*) {
   if (inEventLoop) _exit(status);
 }
 
+/// Xlib, which the toolkit uses here and there, reports a lost display in a way of its own.
+void silenceXlib() {
+  using Handler = int (*)(void* display);
+  void* const xlib = ::dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
+  if (!xlib) return;
+  if (void* const set = ::dlsym(xlib, "XSetIOErrorHandler")) {
+    reinterpret_cast<Handler (*)(Handler)>(set)([](void*) -> int { _exit(1); });
+  }
+  ::dlclose(xlib);
+}
+
 }  // namespace
 
 struct Application::Implementation {
@@ -52,7 +64,10 @@ Application::Application() {
   // Windows are described to assistive technology from the start, not only from the moment when a
   // screen reader asks the session for it.
   qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+  // Or the bus's library ends the program when the toolkit calls a bus that has ended.
+  qputenv("DBUS_FATAL_WARNINGS", "0");
   implementation = std::make_unique<Implementation>();
+  silenceXlib();
   [[maybe_unused]] static const int registered = on_exit(endAtOnce, nullptr);
 }
 

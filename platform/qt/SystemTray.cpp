@@ -56,11 +56,13 @@ SystemTray::SystemTray(std::function<void()> callback) : found(std::move(callbac
   connect(&lookSoon, &QTimer::timeout, this, &SystemTray::look);
 
   QDBusConnection bus = QDBusConnection::sessionBus();
-  auto* watcher =
-      new QDBusServiceWatcher(watcherName, bus, QDBusServiceWatcher::WatchForRegistration, this);
-  connect(watcher, &QDBusServiceWatcher::serviceRegistered, this, [this] { lookSoon.start(); });
-  bus.connect(watcherName, watcherPath, watcherName, u"StatusNotifierHostRegistered"_s, &lookSoon,
-              SLOT(start()));
+  if (bus.isConnected()) {
+    auto* watcher =
+        new QDBusServiceWatcher(watcherName, bus, QDBusServiceWatcher::WatchForRegistration, this);
+    connect(watcher, &QDBusServiceWatcher::serviceRegistered, this, [this] { lookSoon.start(); });
+    bus.connect(watcherName, watcherPath, watcherName, u"StatusNotifierHostRegistered"_s, &lookSoon,
+                SLOT(start()));
+  }
   if (connection()) qGuiApp->installNativeEventFilter(this);
   lookSoon.start();  // not from here: what `found` refers to may be under construction
 }
