@@ -2,7 +2,7 @@
 
 import pytest
 
-from conftest import GUARD_ID, SERVICE_ID
+from e2e_harness import GUARD_ID, SERVICE_ID
 from desktop import product
 from desktop.processes import TimedOut, wait_for
 

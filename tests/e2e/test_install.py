@@ -6,7 +6,7 @@ import stat
 
 import pytest
 
-from conftest import GUARD_ID, SERVICE_ID
+from e2e_harness import GUARD_ID, SERVICE_ID
 from desktop import product
 from desktop.processes import wait_for
 

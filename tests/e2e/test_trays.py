@@ -2,7 +2,7 @@
 
 import pytest
 
-from conftest import SERVICE_ID, tint
+from e2e_harness import SERVICE_ID, tint
 from desktop import notifier, product
 from desktop.processes import TimedOut, wait_for
 

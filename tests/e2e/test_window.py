@@ -4,7 +4,7 @@ import time
 
 import pytest
 
-from conftest import GUARD_ID
+from e2e_harness import GUARD_ID
 from desktop import product
 from desktop.processes import wait_for
 
