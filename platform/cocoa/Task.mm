@@ -19,9 +19,10 @@ Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::st
   task.executableURL = nsUrl(executableUrl);
   task.arguments = texts;
   if (output == Output::inherited) return;
-  implementation->standardOutput = [NSPipe pipe];
+  // Not +pipe, which leaves its result to the caller's pool: descriptors go with the task.
+  implementation->standardOutput = [[NSPipe alloc] init];
   task.standardOutput = implementation->standardOutput;
-  task.standardError = [NSPipe pipe];
+  task.standardError = [[NSPipe alloc] init];
 }
 
 Task::~Task() = default;
