@@ -13,9 +13,14 @@ void throwUnless(BOOL succeeded, NSError* error) {
   if (!succeeded) throw fromNSError(error);
 }
 
-// Beside the file, hence on the same volume, where a move is one rename.
-std::filesystem::path partialCopyOf(std::filesystem::path path) {
-  return path.replace_filename("." + path.filename().string() + ".partial");
+// A new folder on the volume of `url`, where a move is one rename. The system empties the place
+// where it lies, also of what was killed half-way.
+NSURL* replacementFolder(NSURL* url, NSError** error) {
+  return [manager() URLForDirectory:NSItemReplacementDirectory
+                           inDomain:NSUserDomainMask
+                  appropriateForURL:url
+                             create:YES
+                              error:error];
 }
 
 }  // namespace
@@ -55,15 +60,15 @@ void copyItem(const std::filesystem::path& from, const std::filesystem::path& to
   NSError* error = nil;
   NSURL* source = nsUrl(from);
   NSURL* target = nsUrl(to);
-  NSURL* partial = nsUrl(partialCopyOf(to));
   if (fileExists(to)) {  // bound to fail, with an error that names the file in the way
     const BOOL copied = [manager() copyItemAtURL:source toURL:target error:&error];
     return throwUnless(copied, error);
   }
-  [manager() removeItemAtURL:partial error:nil];  // of a copy that was killed half-way
-  const BOOL copied = [manager() copyItemAtURL:source toURL:partial error:&error] &&
-                      [manager() moveItemAtURL:partial toURL:target error:&error];
-  if (!copied) [manager() removeItemAtURL:partial error:nil];
+  NSURL* folder = replacementFolder(target, &error);
+  NSURL* whole = [folder URLByAppendingPathComponent:target.lastPathComponent isDirectory:NO];
+  const BOOL copied = folder != nil && [manager() copyItemAtURL:source toURL:whole error:&error] &&
+                      [manager() moveItemAtURL:whole toURL:target error:&error];
+  if (folder != nil) [manager() removeItemAtURL:folder error:nil];
   throwUnless(copied, error);
 }
 
