@@ -25,10 +25,10 @@ class UrlSession {
   UrlSession(const UrlSession&) = delete;
   UrlSession& operator=(const UrlSession&) = delete;
 
-  /// Starts one plain GET and returns at once. Any thread. The handler is called exactly once, on
-  /// the session's own thread. Requests are independent and may end in any order. Redirects
-  /// are followed where the platform allows: Linux never leaves the machine for one, and takes no
-  /// body above 256 MiB.
+  /// Starts one plain GET and returns at once. Any thread. The handler is called exactly once, off
+  /// the main thread and one at a time. Requests are independent and may end in any order.
+  /// Redirects are followed where the platform allows: Linux never leaves the machine for one, and
+  /// takes no body above 256 MiB.
   void dataTaskWithUrl(const Url& url, CompletionHandler completionHandler);
 
  private:

@@ -199,18 +199,25 @@ TEST(UrlSessionContract, aRedirectToNowhereIsAnAnswer) {
   EXPECT_EQ(fetch(session, server.url()), "{}");
 }
 
-TEST(UrlSessionContract, handlersRunOnOneThreadThatIsNotTheMainOne) {
+TEST(UrlSessionContract, handlersRunOneAtATimeAndNotOnTheMainThread) {
   HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
   UrlSession session(5);
-  std::set<std::thread::id> threads;
+  const auto mainThread = std::this_thread::get_id();
+  std::atomic<int> running = 0;
+  std::vector<std::future<void>> done;
   for (int i = 0; i < 5; ++i) {
-    std::promise<std::thread::id> thread;
+    const auto promise = std::make_shared<std::promise<void>>();
+    done.push_back(promise->get_future());
     session.dataTaskWithUrl(platform::Url::withString(server.url()).value(),
-                            [&](const auto&) { thread.set_value(std::this_thread::get_id()); });
-    threads.insert(thread.get_future().get());
+                            [&running, mainThread, promise](const auto&) {
+                              EXPECT_NE(std::this_thread::get_id(), mainThread);
+                              EXPECT_EQ(++running, 1);
+                              std::this_thread::sleep_for(5ms);
+                              --running;
+                              promise->set_value();
+                            });
   }
-  EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
-  EXPECT_EQ(threads.size(), 1u);
+  for (auto& future : done) ASSERT_EQ(future.wait_for(20s), std::future_status::ready);
 }
 
 TEST(UrlSessionContract, requestsAreIndependentAndMayComeFromAnyThread) {
