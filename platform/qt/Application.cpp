@@ -1,12 +1,18 @@
 #include "platform/Application.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <unistd.h>
+#include <xcb/xcb.h>
 #include <QApplication>
 #include <QWidget>
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
+#include <thread>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -18,8 +24,38 @@ namespace {
 bool terminated = false;
 bool inEventLoop = false;
 
+/// The connection to the X server, or null in a session without one.
+xcb_connection_t* connection() {
+  const auto* x11 =
+      qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+  return x11 ? x11->connection() : nullptr;
+}
+
+/// Ends the process as soon as the X server is gone, whatever the main thread is waiting for.
+class DisplayWatch {
+ public:
+  DisplayWatch() {
+    if (!connection()) return;
+    std::thread([display = xcb_get_file_descriptor(connection()), isOver = isOver] {
+      pollfd end{display, POLLRDHUP, 0};
+      while (::poll(&end, 1, -1) == -1 && errno == EINTR) {
+      }
+      if (end.revents != 0 && !*isOver) _exit(1);
+    }).detach();
+  }
+  ~DisplayWatch() { *isOver = true; }
+  DisplayWatch(const DisplayWatch&) = delete;
+  DisplayWatch& operator=(const DisplayWatch&) = delete;
+
+ private:
+  const std::shared_ptr<std::atomic<bool>> isOver = std::make_shared<std::atomic<bool>>(false);
+};
+
 /// The application logs nothing, and neither does the toolkit on its behalf.
 void dropMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
+  // What the toolkit does next is to call exit(); its own libraries' exit handlers come first then.
+  const bool isMainThread = ::gettid() == ::getpid();
+  if (isMainThread && connection() && xcb_connection_has_error(connection())) _exit(1);
   if (type != QtFatalMsg) return;
   std::fprintf(stderr, "%s\n", qPrintable(message));
   std::abort();
@@ -56,6 +92,7 @@ struct Application::Implementation {
   char* argv[2] = {name.data(), nullptr};
   int argc = 1;
   QApplication application{argc, argv};
+  DisplayWatch displayWatch;
   std::weak_ptr<ApplicationDelegate> delegate;
 };
 
