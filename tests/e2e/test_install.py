@@ -6,7 +6,7 @@ import stat
 
 import pytest
 
-from e2e_harness import GUARD_ID, SERVICE_ID
+from e2e_harness import SERVICE_ID
 from desktop import product
 from desktop.processes import wait_for
 
@@ -95,6 +95,11 @@ def expect_alert(application):
 
 
 def expect_complete(application, guard):
+    expect_files(application, guard)
+    assert application.launchctl_calls() == launchctl_sequence(application)
+
+
+def expect_files(application, guard):
     assert sorted(os.listdir(application.agents)) == [
         "com.velmor.pellix.menubar.plist", "com.velmor.pellix.plist"]
     assert read(application.agents, "com.velmor.pellix.plist").decode() == service_agent(
@@ -106,7 +111,6 @@ def expect_complete(application, guard):
     assert read(application.support, "velmor-guard") == guard
     mode = os.stat(os.path.join(application.support, "velmor-guard")).st_mode
     assert stat.S_IMODE(mode) == 0o755
-    assert application.launchctl_calls() == launchctl_sequence(application)
 
 
 def test_a_fresh_home_gets_everything_to_the_byte(application):
@@ -295,41 +299,6 @@ def test_an_unreadable_bundled_binary_is_reported(bound_application):
     assert "ermission" in text
     assert listing(application.support) == ["managed.json"]
     assert os.listdir(application.agents) == []
-
-
-# Tools that fail --------------------------------------------------------------------
-
-@pytest.mark.parametrize("tool", [None, 0o644, "#!/bin/sh\nexit 1\n", "#!/bin/sh\nsleep 1\n",
-                                  "#!/bin/sh\nkill -9 $$\n", "no program"])
-def test_a_launchctl_that_fails_harms_nothing(application, tool):
-    path = os.path.join(application.bundle, "launchctl")
-    if tool is None:
-        os.remove(path)
-    elif isinstance(tool, int):
-        os.chmod(path, tool)
-    else:
-        write(tool.encode(), path)
-    application.start()
-    wait_for_menu(application)
-    assert application.windows() == []
-    assert read(application.agents, "com.velmor.pellix.plist").decode() == service_agent(
-        application)
-
-
-@pytest.mark.parametrize("guard", ["no program", "", "#!/bin/sh\nkill -9 $$\n",
-                                   "#!/bin/sh\necho '{\"device_id\": \"x\"}' >&2\n"])
-def test_a_guard_that_fails_leaves_the_hardware_identifier(application, service, guard):
-    application.bundle_guard(guard)
-    service.answer(b"{}")
-    application.start()
-    wait_for("the menu", lambda: application.titles()[7].startswith("HW-UUID-"))
-
-
-def test_a_guard_that_fails_after_its_answer_is_believed(application, service):
-    application.bundle_guard("#!/bin/sh\necho '{\"device_id\": \"GEN-x\"}'; exit 3\n")
-    service.answer(b"{}")
-    application.start()
-    application.wait_for_titles(product.menu("unknown", "never", "GEN-x"))
 
 
 def test_unescaped_paths_reach_the_property_lists_as_they_are(application_on, service, stack):

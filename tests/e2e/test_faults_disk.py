@@ -1,0 +1,257 @@
+"""A disk that is full, things in the way, and rights withdrawn, for an ordinary user.
+
+The files are looked at through the process, which has its own view of the disk.
+"""
+
+import os
+import stat
+import subprocess
+
+import pytest
+
+from desktop import product
+from desktop.application import PROGRAM
+from desktop.processes import wait_for
+from test_install import expect_alert, expect_complete, read, wait_for_menu, write
+
+USER = os.getuid() or 65534
+UNSHARE = ["unshare", "--map-current-user", "--keep-caps", "--mount"]
+FILES = [("support", "managed.json"), ("support", "velmor-guard"),
+         ("agents", "com.velmor.pellix.plist"), ("agents", "com.velmor.pellix.menubar.plist")]
+
+# A small disk of its own in the place of one folder, with the same files in it, filled up. The
+# program has no privileges left.
+FULL_DISK = """
+set -e
+cd "$1"
+tar -c . > "$TMPDIR/kept.tar"
+mount -t tmpfs -o size="$2",mode=755 tmpfs "$1"
+cd "$1"
+tar -x < "$TMPDIR/kept.tar"
+dd if=/dev/zero of=filling bs=4096 2> "$TMPDIR/filled" || :
+shift 2
+exec setpriv --ambient-caps -all --inh-caps -all "$@"
+"""
+
+# Where no disk can be made: no file may become larger than so much, which is refused in the
+# middle of a write, too.
+SMALL_FILES = """
+trap '' XFSZ
+ulimit -f "$1"
+shift
+exec "$@"
+"""
+
+
+@pytest.fixture
+def application(application_on):
+    application = application_on(tray=True, user=USER)
+    for place, name in FILES:
+        write(b"older\n" * 20, getattr(application, place), name)
+    return application
+
+
+def start(application, *wrapper):
+    application.process = application.desktop.start(
+        "application", *wrapper, os.path.join(application.bundle, PROGRAM))
+
+
+def seen(application, path):
+    """That path on the disk that the running application sees."""
+    return f"/proc/{application.pid}/root{path}"
+
+
+def contents(application):
+    found = {}
+    for place, name in FILES:
+        try:
+            found[name] = read(seen(application, os.path.join(getattr(application, place), name)))
+        except FileNotFoundError:
+            found[name] = None
+    return found
+
+
+def can_mount():
+    made = subprocess.run([*UNSHARE, "mount", "-t", "tmpfs", "tmpfs", "/mnt"],
+                          user=USER if os.getuid() == 0 else None, check=False,
+                          stderr=subprocess.DEVNULL)
+    return made.returncode == 0
+
+
+def expect_whole(application, new):
+    older = b"older\n" * 20
+    for name, content in contents(application).items():
+        assert content in (older, new[name], None), name
+        assert content is not None or name == "velmor-guard"
+    for place in (application.support, application.agents):
+        assert not [name for name in os.listdir(seen(application, place)) if name.startswith(".")]
+
+
+@pytest.fixture
+def new(application):
+    """What a launch writes."""
+    start(application)
+    wait_for_menu(application)
+    text = contents(application)
+    application.stop()
+    os.remove(application.launchctl_log)
+    for place, name in FILES:
+        write(b"older\n" * 20, getattr(application, place), name)
+    return text
+
+
+@pytest.mark.parametrize("place", ["support", "agents"])
+def test_a_full_disk_is_reported_and_leaves_whole_files(application, new, place):
+    if can_mount():
+        wrapper = [*UNSHARE, "sh", "-c", FULL_DISK, "sh", getattr(application, place), "40k"]
+        reason = "No space left on device"
+    else:
+        wrapper = ["sh", "-c", SMALL_FILES, "sh", "0"]
+        reason = "File too large"
+    start(application, *wrapper)
+    alert = application.window(product.WINDOW_TITLE)
+    [text] = alert.texts()
+    assert reason in text
+    assert "managed.json" in text or place == "agents"
+    expect_whole(application, new)
+    assert expect_alert(application) == [text]
+    expect_whole(application, new)
+    application.stop()
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+
+
+def test_a_disk_too_small_for_the_binary_leaves_none_rather_than_half(application, new):
+    guard = read(application.resource("velmor-guard"))
+    large = guard + b"\nexit\n" + b"x" * (1 << 20)
+    application.bundle_guard(large)
+    if can_mount():
+        wrapper = [*UNSHARE, "sh", "-c", FULL_DISK.replace("dd if", ": dd if"), "sh",
+                   application.support, "256k"]
+    else:
+        wrapper = ["sh", "-c", SMALL_FILES, "sh", "128"]
+    start(application, *wrapper)
+    [text] = application.window(product.WINDOW_TITLE).texts()
+    assert "velmor-guard" in text
+    found = contents(application)
+    assert found["velmor-guard"] is None
+    assert found["managed.json"] == new["managed.json"]
+    expect_whole(application, new)
+    assert expect_alert(application) == [text]
+    application.stop()
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, large)
+
+
+def test_a_binary_in_use_is_replaced(application):
+    """The program that runs goes on with what it was started from."""
+    application.start()
+    wait_for_menu(application)
+    application.stop()
+    installed = os.path.join(application.support, "velmor-guard")
+    os.remove(installed)
+    with open("/usr/bin/sleep", "rb") as file:
+        write(file.read(), installed)
+    os.chmod(installed, 0o755)
+    running = application.desktop.start("running", installed, "1000")
+    wait_for("the running binary", lambda: os.readlink(f"/proc/{running.pid}/exe") == installed)
+    with pytest.raises(OSError), open(installed, "wb"):
+        pass  # it cannot be written to, only replaced
+    os.remove(application.launchctl_log)
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+    assert running.poll() is None
+
+
+def test_a_bundled_binary_in_use_is_copied(application):
+    with open("/usr/bin/sleep", "rb") as file:
+        application.bundle_guard(file.read())
+    running = application.desktop.start("running", application.resource("velmor-guard"), "1000")
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))
+    assert running.poll() is None
+
+
+def test_a_file_in_place_of_the_agents_folder_is_reported(application):
+    for _place, name in FILES[2:]:
+        os.remove(os.path.join(application.agents, name))
+    os.rmdir(application.agents)
+    write(b"kept", application.agents)
+    application.start()
+    [text] = expect_alert(application)
+    assert "Not a directory" in text
+    assert read(application.agents) == b"kept"
+    assert application.launchctl_calls() == []
+
+
+def test_a_file_in_place_of_application_support_is_reported(application):
+    os.rename(os.path.dirname(application.support), application.desktop.path("aside"))
+    write(b"kept", os.path.dirname(application.support))
+    application.start()
+    [text] = expect_alert(application)
+    assert text
+    assert read(os.path.dirname(application.support)) == b"kept"
+
+
+def test_a_folder_bundled_in_place_of_the_binary_is_reported(application):
+    application.remove_resource("velmor-guard")
+    os.mkdir(application.resource("velmor-guard"))
+    application.start()
+    [text] = expect_alert(application)
+    assert "velmor-guard" in text
+    assert application.launchctl_calls() == []
+
+
+@pytest.mark.parametrize("place, name", FILES)
+@pytest.mark.parametrize("kind", ["folder", "full folder", "pipe", "link away", "another's file"])
+def test_what_lies_in_the_way_of_the_new_version_is_harmless(application, place, name, kind):
+    """Under the name that a new version has until it is complete."""
+    way = os.path.join(getattr(application, place), f".{name}.new")
+    elsewhere = application.desktop.path("elsewhere")
+    write(b"kept", elsewhere)
+    if kind.endswith("folder"):
+        os.mkdir(way)
+        if kind.startswith("full"):
+            write(b"kept", way, "inside")
+    elif kind == "pipe":
+        os.mkfifo(way)
+    elif kind == "link away":
+        os.symlink(elsewhere, way)
+    else:
+        write(b"x", way)
+        os.chmod(way, 0)
+    application.start()
+    wait_for("an alert or the menu", lambda: application.windows() or [
+        item for item in application.desktop.host.items if item.menu])
+    assert read(elsewhere) == b"kept"
+    if application.windows():
+        [text] = expect_alert(application)
+        assert kind.endswith("folder") and name in text
+        assert read(getattr(application, place), name) == b"older\n" * 20
+    else:
+        wait_for_menu(application)
+        expect_complete(application, read(application.resource("velmor-guard")))
+
+
+@pytest.mark.parametrize("place", ["home", "support", "agents"])
+def test_folders_that_cannot_be_entered_are_reported(application, place):
+    folder = getattr(application, place) if place != "home" else os.path.join(
+        application.home, "Library")
+    mode = stat.S_IMODE(os.stat(folder).st_mode)
+    os.chmod(folder, 0)
+    try:
+        application.start()
+        [text] = expect_alert(application)
+        assert "ermission" in text
+        assert application.launchctl_calls() == []
+        application.stop()
+    finally:
+        os.chmod(folder, mode)
+    assert read(application.agents, "com.velmor.pellix.plist") == b"older\n" * 20
+    application.start()
+    wait_for_menu(application)
+    expect_complete(application, read(application.resource("velmor-guard")))

@@ -1,0 +1,194 @@
+"""Killed, or started twice, in the middle of the install sequence: nothing torn, nothing left over.
+
+PELLIX_KILLS=500 sets how often the application is killed in all.
+"""
+
+import collections
+import os
+import random
+import shutil
+import signal
+import stat
+import time
+
+import pytest
+
+from desktop.application import PROGRAM
+from desktop.headless import GUARD_BINARY, Headless
+from desktop.processes import wait_for
+from test_install import expect_files, listing
+
+KILLS = int(os.environ.get("PELLIX_KILLS", "60"))
+PAIRS = 50
+SHARES = 4  # side by side
+
+
+@pytest.fixture
+def program(tmp_path):
+    return Headless(tmp_path)
+
+
+def erase(program):
+    shutil.rmtree(os.path.join(program.home, "Library"))
+    os.makedirs(program.agents)
+
+
+def expect_complete(program, guard):
+    expected = [os.path.join(program.support, "logs"), *program.files]
+    assert program.listing() == sorted(expected)
+    managed, installed, service, menubar = program.content().values()
+    assert managed.startswith(b'{"site":"') and managed.endswith(b'"}')
+    assert installed == guard
+    assert stat.S_IMODE(os.stat(program.files[1]).st_mode) == 0o755
+    assert service.endswith(b"</plist>") and menubar.endswith(b"</plist>")
+    return program.content()
+
+
+def expect_whole(program, before, renewed):
+    """Every file is as it was or as it should be; the binary, removed before it is replaced, may
+    be missing. What the files hold."""
+    after = program.content()
+    for path in program.files:
+        allowed = [before[path], renewed[path], *[None] * (path == program.files[1])]
+        assert after[path] in allowed, f"{path}: {(after[path] or b'')[:200]}"
+    assert len(hidden(program)) <= 1
+    return after
+
+
+def hidden(program):
+    return [path for path in program.listing() if os.path.basename(path).startswith(".")]
+
+
+def kill_at_random_moment(program, duration):
+    process = program.start()
+    program.wait_for_first_change(process)
+    time.sleep(random.uniform(0, duration))
+    process.kill()
+    process.wait()
+
+
+def make_older(program, version):
+    """An installation of which every file differs from what the next launch writes."""
+    for path in program.files:
+        program.write(path, b"older\n" * 50)
+    program.write(os.path.join(program.support, GUARD_BINARY), program.guard(version))
+    os.chmod(os.path.join(program.support, GUARD_BINARY), 0o755)
+
+
+@pytest.mark.parametrize("share", range(SHARES))
+def test_a_killed_install_sequence_leaves_whole_files_and_is_made_up_for(program, share):
+    random.seed()
+    program.bundle_guard(program.guard(0))
+    durations = []
+    for _launch in range(3):
+        durations.append(program.launch())
+        complete = expect_complete(program, program.guard(0))
+    stages = collections.Counter()
+    for number in range(1, KILLS // SHARES + 1):
+        guard = program.guard(2 * number)
+        program.bundle_guard(guard)
+        fresh = random.random() < 0.3
+        if fresh:
+            erase(program)
+        else:
+            make_older(program, 2 * number - 1)
+        before = program.content()
+        renewed = complete | {program.files[1]: guard}
+        kill_at_random_moment(program, 1.1 * sorted(durations)[len(durations) // 2])
+
+        after = expect_whole(program, before, renewed)
+        stages[sum(after[path] == renewed[path] for path in program.files)] += 1
+
+        durations.append(program.launch())
+        assert expect_complete(program, guard) == renewed
+    print(f"\n{sum(stages.values())} kills within {sorted(durations)[len(durations) // 2]:.3f} s; "
+          "files renewed by then: " + ", ".join(
+              f"{count} of 4: {stages[count]}" for count in range(5)))
+    assert len(stages) >= 3, "the kills did not spread over the sequence"
+
+
+@pytest.mark.parametrize("fault", ["signal=KILL", "error=ENOSPC", "error=EACCES"])
+@pytest.mark.parametrize("home", ["fresh", "older"])
+def test_a_fault_at_each_step_leaves_whole_files_and_is_made_up_for(program, home, fault):
+    """The disk full, permission refused, or the process killed, at each call that changes the
+    disk."""
+    guard = program.guard(0)
+    program.bundle_guard(guard)
+    program.launch()
+    renewed = expect_complete(program, guard)
+
+    def prepare():
+        if home == "fresh":
+            erase(program)
+        else:
+            make_older(program, 1)
+
+    prepare()
+    calls = program.record_calls()
+    assert {"openat", "write", "fdatasync", "linkat", "rename", "chmod"} < {
+        name for name, _number, _about in calls}
+    for number, call in enumerate(calls):
+        name = call[0]
+        if name == "write" and calls[number - 1][0] == calls[number + 1][0] == name:
+            continue  # amid many of one file
+        if home == "fresh" and name != "mkdir":
+            continue  # no other than on an older installation
+        prepare()
+        before = program.content()
+        process = program.start_with_fault(call, fault)
+        if fault == "signal=KILL":
+            assert process.wait(60) == -signal.SIGKILL, call
+        else:
+            wait_for(f"the launch or an alert after {call}", lambda: program.has_installed(process)
+                     or (program.met_fault() and program.is_idle(process)), 60)
+            assert program.met_fault(), call
+            process.terminate()
+            assert process.wait(10) == -signal.SIGTERM, call
+            assert hidden(program) == [], call
+        expect_whole(program, before, renewed)
+        program.launch()
+        assert expect_complete(program, guard) == renewed
+
+
+def test_kills_in_a_row_leave_no_more_behind_than_one(program):
+    program.bundle_guard(program.guard(0))
+    duration = program.launch()
+    for number in range(1, 1 + KILLS // SHARES):
+        program.bundle_guard(program.guard(number))
+        kill_at_random_moment(program, duration)
+        assert len(hidden(program)) <= 3  # at most one for each file
+        assert len(program.listing()) <= 5 + 3
+    program.launch()
+    expect_complete(program, program.guard(number))
+
+
+@pytest.mark.parametrize("share", range(5))
+def test_two_launches_at_once_leave_one_complete_installation(application_on, service, share):
+    application = application_on()
+    desktop = application.desktop
+    executable = os.path.join(application.bundle, PROGRAM)
+    alerts = 0
+    for number in range(PAIRS // 5):
+        guard = b"#!/bin/sh\necho GEN-quick\nexit\n" + b"%08d" % number * 9000
+        application.bundle_guard(guard)
+        service.requests.clear()
+        pair = [desktop.start("application", executable) for _launch in range(2)]
+
+        def launched():
+            """A file that the other one moved away is an error, which is shown; then it goes on."""
+            nonlocal alerts
+            if desktop.x_windows("--class", PROGRAM):
+                alerts += 1
+                desktop.press("Return")
+            return len(service.requests) >= 2
+
+        wait_for("both first polls", launched, 60)
+        assert all(process.poll() is None for process in pair)
+        assert application.launchctl_calls(), "neither came to the end of the sequence"
+        os.remove(application.launchctl_log)
+        for process in pair:
+            process.terminate()
+            assert process.wait(10) == -signal.SIGTERM
+        expect_files(application, guard)
+        assert listing(application.support) == ["logs", "managed.json", "velmor-guard"]
+    print(f"\n{PAIRS // 5} pairs, {alerts} alerts")

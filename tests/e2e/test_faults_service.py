@@ -1,0 +1,342 @@
+"""A service that is down, sick or hostile: the menu says so, the interface stays quick, memory
+comes back, and nothing leaves the machine.
+
+PELLIX_SICK_POLLS=all takes one process through every sickness, poll by poll, for many minutes.
+"""
+
+import contextlib
+import gzip
+import os
+import socket
+import statistics
+import struct
+import threading
+import time
+
+import pytest
+from gi.repository import GLib
+
+from e2e_harness import GUARD_ID, SERVICE_ID
+from desktop import product, traces
+from desktop.processes import wait_for
+from desktop.service import http
+
+MIB = 1 << 20
+ALL_POLLS = os.environ.get("PELLIX_SICK_POLLS") == "all"
+
+# Generous, for loaded machines: that nothing blocks, not how fast it is. The figures are printed.
+SLOWEST_CLICK = 3.0
+MEMORY_TOLERANCE = 12 * MIB
+
+STALE = b'{"state": "stale"}'
+# The state shown, and the age of the last heartbeat if there was an answer.
+DOWN = ("offline", None)
+ANSWERED = ("stale", "never")
+
+
+def send(*parts, pause=0.0):
+    def respond(connection):
+        for part in parts:
+            connection.sendall(part)
+            time.sleep(pause)
+    return respond
+
+
+def head(*lines):
+    return "".join(line + "\r\n" for line in ("HTTP/1.1 200 OK", *lines, "")).encode()
+
+
+def reset(connection):
+    connection.sendall(head("Content-Length: 1000") + STALE)
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+
+def say_nothing(connection):
+    connection.recv(1)  # until the other side gives up
+
+
+def chunked(*sizes_and_chunks):
+    return head("Transfer-Encoding: chunked") + b"".join(
+        size + b"\r\n" + chunk + b"\r\n" for size, chunk in sizes_and_chunks)
+
+
+def compressed(content):
+    return http(gzip.compress(content, 1), headers=["Content-Encoding: gzip"])
+
+
+def object_with(content):
+    return b'{"state": "stale", "x": ' + content + b"}"
+
+
+# What the service does, and what the menu shows then: one of these.
+SICKNESSES = {
+    "says nothing": (say_nothing, [DOWN]),
+    "hangs up": (send(), [DOWN]),
+    "resets in mid-answer": (reset, [DOWN]),
+    "one byte a second": (send(head(f"Content-Length: {len(STALE)}") + STALE[:-6],
+                               *(STALE[i:i + 1] for i in range(-6, -1)), STALE[-1:], pause=1.0),
+                          [ANSWERED]),
+    "no body": (send(head("Content-Length: 0")), [DOWN]),
+    "no content": (send(b"HTTP/1.1 204 No Content\r\n\r\n"), [DOWN]),
+    "Content-Length too large": (send(head("Content-Length: 1000") + STALE), [DOWN]),
+    "Content-Length too small": (send(head("Content-Length: 9") + STALE), [DOWN]),
+    "Content-Length negative": (send(head("Content-Length: -1") + STALE), [DOWN, ANSWERED]),
+    "Content-Length no number": (send(head("Content-Length: many") + STALE), [DOWN, ANSWERED]),
+    "Content-Length beyond all numbers": (send(head(f"Content-Length: {10 ** 40}") + STALE),
+                                          [DOWN, ANSWERED]),
+    "two Content-Lengths": (send(head("Content-Length: 3", "Content-Length: 18") + STALE),
+                            [DOWN, ANSWERED]),
+    "chunked": (send(chunked((b"9", STALE[:9]), (b"9", STALE[9:]), (b"0", b""))), [ANSWERED]),
+    "chunked, cut short": (send(chunked((b"9", STALE[:9]))), [DOWN]),
+    "chunked, sizes of nonsense": (send(chunked((b"zz", STALE), (b"-5", b""))), [DOWN]),
+    "chunked, an enormous size": (send(chunked((b"f" * 15, STALE))), [DOWN]),
+    "gzip": (send(compressed(STALE)), [ANSWERED]),
+    "gzip, cut short": (send(http(gzip.compress(STALE)[:-9], headers=["Content-Encoding: gzip"])),
+                        [DOWN, ANSWERED]),
+    "gzip, not true": (send(http(STALE, headers=["Content-Encoding: gzip"])), [DOWN]),
+    "gzip, 300 MiB in little": (send(compressed(b" " * 300 * MIB)), [DOWN]),
+    "unheard-of encoding": (send(http(STALE, headers=["Content-Encoding: zap"])),
+                            [DOWN, ANSWERED]),
+    "HTTP/0.9": (send(STALE), [DOWN]),
+    "noise": (send(bytes(range(256)) * 40), [DOWN]),
+    "a head without end": (send(b"HTTP/1.1 200 OK\r\n" + b"X: y\r\n" * 200_000), [DOWN]),
+    "a status of nonsense": (send(b"HTTP/1.1 9999999999 Hm\r\nContent-Length: 18\r\n\r\n" + STALE),
+                             [DOWN, ANSWERED]),
+    "only ever 100 Continue": (send(b"HTTP/1.1 100 Continue\r\n\r\n" * 1000), [DOWN]),
+    "wants a password": (send(http(STALE, "401 Unauthorized", [
+        'WWW-Authenticate: Basic realm="x"'])), [ANSWERED]),
+    "100 MiB of an object": (send(http(object_with(b'"' + b"a" * 100 * MIB + b'"'))), [ANSWERED]),
+    "100 MiB of nothing": (send(http(bytes(100 * MIB))), [DOWN]),
+    "arrays 1,000,000 deep": (send(http(b"[" * 1_000_000 + b"]" * 1_000_000)), [DOWN]),
+    "objects 1,000,000 deep": (send(http(b'{"a":' * 1_000_000 + b"1" + b"}" * 1_000_000)), [DOWN]),
+    "an object 1,000,000 wide": (send(http(b'{"state": "stale"' + b"".join(
+        b', "%d": ""' % i for i in range(1_000_000)) + b"}")), [ANSWERED]),
+    "invalid UTF-8": (send(http(object_with(b'"\xff\xfe\xc0\x80"'))), [DOWN]),
+    "a NUL in a string": (send(http(object_with(b'"\0"'))), [DOWN]),
+    "NULs around": (send(http(b"\0\0" + STALE + b"\0")), [DOWN]),
+    "duplicate keys": (send(http(b'{"state": "stale", "state": "stale", "site": 1, "site": ""}')),
+                       [ANSWERED]),
+    "an enormous number": (send(http(object_with(b"9" * 100_000))), [DOWN, ANSWERED]),
+    "an enormous exponent": (send(http(object_with(b"-1e999999999"))), [DOWN, ANSWERED]),
+    "a heartbeat at the end of time": (send(http(
+        b'{"state": "stale", "last_heartbeat": "9999-12-31T23:59:59Z"}')), [("stale", "just now")]),
+}
+
+
+def titles(outcome):
+    state, age = outcome
+    return product.menu(state, age, GUARD_ID)
+
+
+class Clicks:
+    """Asks again and again for the menu to be opened, and measures how long the answers take."""
+
+    def __init__(self, application):
+        self.item = application.item()
+        self.seconds = []
+        self.ended = threading.Event()
+        self.thread = threading.Thread(target=self.run)
+
+    def run(self):
+        while not self.ended.wait(0.02):
+            begin = time.monotonic()
+            try:
+                self.item.call_menu("AboutToShow", "(i)", 0)
+            except GLib.Error as error:
+                if "UnknownObject" in error.message:
+                    continue  # a new menu has just come in this one's place
+                raise
+            self.seconds.append(time.monotonic() - begin)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_exception):
+        with contextlib.suppress(AssertionError):
+            wait_for("ten clicks", lambda: len(self.seconds) >= 10, 5)
+        self.ended.set()
+        self.thread.join()
+
+    def __str__(self):
+        return (f"{len(self.seconds)} clicks, median {1000 * statistics.median(self.seconds):.1f} "
+                f"ms, slowest {1000 * max(self.seconds):.0f} ms")
+
+
+def memory(application, name="VmRSS"):
+    with open(f"/proc/{application.pid}/status", encoding="ascii") as file:
+        [line] = [line for line in file if line.startswith(name + ":")]
+    return 1024 * int(line.split()[1])
+
+
+def expect_memory(application, before, name):
+    with contextlib.suppress(AssertionError):
+        wait_for("memory", lambda: memory(application) < before + MEMORY_TOLERANCE, 15)
+    grown = memory(application) - before
+    peak = memory(application, "VmHWM")
+    print(f"    memory {grown / MIB:+.1f} MiB, at most {peak / MIB:.0f} MiB")
+    assert grown < MEMORY_TOLERANCE, name
+
+
+@pytest.fixture(scope="module")
+def usual_memory():
+    """Of a process that got one usual answer; measured by the first test of each worker."""
+    return {}
+
+
+def measure_usual_memory(application, service, usual_memory):
+    if not usual_memory:
+        application.start()
+        application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+        usual_memory["VmRSS"] = memory(application)
+        application.stop()
+    return usual_memory["VmRSS"]
+
+
+@pytest.mark.parametrize("name", SICKNESSES)
+def test_a_sick_service_disturbs_nobody(application, service, usual_memory, name):
+    usual = measure_usual_memory(application, service, usual_memory)
+    service.respond, outcomes = SICKNESSES[name]
+    application.start()
+    with Clicks(application) as clicks:
+        wait_for("the outcome of the poll", lambda: application.item().menu, 60)
+        shown = application.titles()
+    print(f"\n{name}: {clicks}")
+    assert shown in [titles(outcome) for outcome in outcomes]
+    assert max(clicks.seconds) < SLOWEST_CLICK
+    expect_memory(application, usual, name)
+    assert application.windows() == []
+    assert application.said() == ""
+
+
+def test_nobody_there_is_no_trouble(application, service):
+    service.close()
+    application.start()
+    with Clicks(application) as clicks:
+        application.wait_for_titles(titles(DOWN))
+    print(f"\nrefused: {clicks}")
+    assert max(clicks.seconds) < SLOWEST_CLICK
+
+
+def test_an_identifier_of_10_mib_is_shown_at_its_ends_and_copied_whole(application, service):
+    identifier = "begin" + "x" * 10 * MIB + "end"
+    service.status["device_id"] = identifier
+    application.start()
+    with Clicks(application) as clicks:
+        row = wait_for("the menu", lambda: application.item().menu, 30)[7].title
+        assert row.startswith("beginxxx") and "…" in row and row.endswith("xxxend")
+        application.item().click("Show device ID…")
+        window = application.window(product.WINDOW_TITLE)
+        window.find(name=product.COPY).press()
+        wait_for("the copy", lambda: application.desktop.clipboard() == identifier, 30)
+    print(f"\nidentifier of 10 MiB: {clicks}; {memory(application) / MIB:.0f} MiB")
+    assert max(clicks.seconds) < SLOWEST_CLICK
+    assert application.running
+
+
+def test_a_click_opens_the_menu_while_100_mib_come_in(application_on, service):
+    application = application_on(bar="light")
+    application.start()
+    service.wait_for_requests(1)
+    application.open_menu()
+    application.desktop.press("Escape")
+    sick, _outcomes = SICKNESSES["100 MiB of an object"]
+    busy = threading.Event()
+
+    def respond(connection):
+        busy.set()
+        sick(connection)
+
+    service.respond = respond
+    assert busy.wait(25)
+    begin = time.monotonic()
+    application.open_menu()
+    print(f"\nfrom the click to the open menu: {time.monotonic() - begin:.2f} s")
+    assert len(application.read_open_menu()) == 10
+
+
+# From poll to poll, in one process -------------------------------------------------
+
+def test_memory_comes_back_and_the_next_poll_is_as_ever(application, service):
+    usual = product.menu("authorized", "5 min ago", SERVICE_ID)
+    application.start()
+    application.wait_for_titles(usual)
+    before = memory(application)
+    sicknesses = SICKNESSES if ALL_POLLS else ["100 MiB of an object"]
+    for name in sicknesses:
+        if name == "one byte a second":
+            continue  # lasts longer than the time between two polls
+        service.respond, outcomes = SICKNESSES[name]
+        with Clicks(application) as clicks:
+            service.wait_for_requests(len(service.requests) + 1, 45)
+            wait_for("the outcome of the poll", lambda: application.titles() in [
+                titles(outcome)[:7] + [SERVICE_ID] + titles(outcome)[8:] for outcome in outcomes],
+                45)
+        print(f"\n{name}: {clicks}")
+        assert max(clicks.seconds) < SLOWEST_CLICK
+        expect_memory(application, before, name)
+    service.respond = service.send_status
+    wait_for("the usual answer", lambda: application.titles()[0] == usual[0], 45)
+    assert application.said() == ""
+
+
+# Nothing leaves the machine ----------------------------------------------------------
+
+AWAY = ["http://192.0.2.1/", "http://192.0.2.1:{port}/status.json", "https://192.0.2.1/",
+        "http://[2001:db8::1]/", "http://intranet.example/", "https://intranet.example/",
+        "//192.0.2.1/", "http://127.0.0.1@192.0.2.1/", "http://127.0.0.1.intranet.example/",
+        "http://localhost.intranet.example/", "http://3221225985/", "http://0300.0.2.1/",
+        "http://[::ffff:192.0.2.1]/", "http://0.0.0.0:{port}/", "ftp://192.0.2.1/",
+        "file:///etc/passwd", "data:application/json,{{\"state\":\"stale\"}}", "javascript:1",
+        "https://127.0.0.1:{port}/", "http://", "http://[", "\u2028", ""]
+REDIRECTS = ["301 Moved Permanently", "302 Found", "303 See Other", "307 Temporary Redirect",
+             "308 Permanent Redirect"]
+
+
+def traced(application):
+    """Starts it with its connections noted; where to."""
+    desktop = application.desktop
+    trace = desktop.path("network")
+    with contextlib.suppress(FileNotFoundError):
+        os.remove(trace)
+    application.process = desktop.start("application", *traces.wrapper(trace), os.path.join(
+        application.bundle, "velmor-pellix"))
+    wait_for("the outcome of the poll", lambda: application.item().menu, 60)
+    return lambda: traces.addresses(trace)
+
+
+@pytest.mark.parametrize("share", range(4))
+def test_no_redirect_leads_off_this_machine(application, service, share):
+    here = {("127.0.0.1", service.port)}
+    for number, location in list(enumerate(AWAY))[share::4]:
+        location = location.format(port=service.port)
+        service.answer(b"{}", REDIRECTS[number % 5], [f"Location: {location}"])
+        reached = traced(application)
+        assert application.titles() == titles(DOWN) or location == "", location
+        assert reached() == here, location
+        application.stop()
+
+
+def test_a_redirect_on_this_machine_is_followed(application, service, stack):
+    other = stack.enter_context(contextlib.closing(type(service)(state="stale")))
+    service.answer("", "302 Found", [f"Location: http://127.0.0.1:{other.port}/elsewhere?x=y"])
+    reached = traced(application)
+    assert application.titles() == titles(ANSWERED)
+    assert reached() == {("127.0.0.1", service.port), ("127.0.0.1", other.port)}
+    assert other.requests[0].startswith("GET /elsewhere?x=y HTTP/1.1\r\n")
+
+
+def test_a_redirect_loop_ends(application, service):
+    service.answer("", "302 Found", ["Location: /status.json"])
+    reached = traced(application)
+    assert application.titles() == titles(DOWN)
+    assert 2 <= len(service.requests) < 100
+    assert reached() == {("127.0.0.1", service.port)}
+
+
+def test_no_proxy_gets_to_see_the_request(application, service):
+    for name in ("http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"):
+        application.desktop.environment[name] = "http://192.0.2.1:3128"
+    reached = traced(application)
+    assert application.titles() == product.menu("authorized", "5 min ago", SERVICE_ID)
+    assert reached() == {("127.0.0.1", service.port)}
