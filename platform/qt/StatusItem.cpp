@@ -22,15 +22,8 @@ namespace platform {
 
 namespace {
 
-void drawSymbol(QPainter& painter, const Image& image, const QRect& bounds) {
-  const auto drawing = symbolDrawing(image.systemSymbolName);
-  if (!drawing) return;
-  QSvgRenderer renderer(QString::fromStdString(drawing->string()));
-  renderer.setAspectRatioMode(Qt::KeepAspectRatio);
-  renderer.render(&painter, bounds);
-}
-
 void drawTitle(QPainter& painter, const std::string& title, const QRect& bounds) {
+  if (title.empty()) return;  // as before the first poll: loading a font would delay the icon
   QFont font = QApplication::font();
   font.setPixelSize(bounds.height());
   painter.setFont(font);
@@ -66,6 +59,13 @@ QImage rimmed(const QImage& image, const QColor& color) {
 
 /// The button at all sizes that bars ask for.
 QIcon icon(const StatusBarButton& button, const Ink& ink) {
+  QSvgRenderer symbol;
+  if (button.image) {
+    if (const auto drawing = symbolDrawing(button.image->systemSymbolName)) {
+      symbol.load(QString::fromStdString(drawing->string()));
+      symbol.setAspectRatioMode(Qt::KeepAspectRatio);
+    }
+  }
   QIcon icon;
   for (const int size : {16, 22, 24, 32, 44, 48, 64}) {
     QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
@@ -73,7 +73,7 @@ QIcon icon(const StatusBarButton& button, const Ink& ink) {
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     if (button.image) {
-      drawSymbol(painter, *button.image, image.rect());
+      symbol.render(&painter, image.rect());
     } else {
       drawTitle(painter, button.title, image.rect());
     }
