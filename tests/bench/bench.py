@@ -1,0 +1,253 @@
+"""script/bench: what the application costs, beside the least that it could cost.
+
+Each figure stands beside its rival's from the same run: the two take turns, so that whatever else
+the machine does meets both alike. Figures are medians.
+"""
+
+import argparse
+import json
+import os
+import platform
+import re
+import resource
+import subprocess
+import sys
+import time
+from statistics import median
+
+from bench import probes
+from bench.probes import Callgrind, Site, tool
+
+KIB, MIB = 1024, 1024 * 1024
+POLL_INTERVAL = 20
+MARGIN = 5  # seconds around a poll within which it is over
+
+
+class Table:
+    """Prints row by row: what, the application's figure, the rival's, the ratio, the goal."""
+
+    def __init__(self):
+        self.failed = []
+
+    def head(self, title, rival=""):
+        print(f"\n{title:<46}{'application':>14}{rival:>16}{'ratio':>9}  goal", flush=True)
+
+    def row(self, what, value, unit, rival=None, goal=None):
+        line = f"  {what:<44}{figure(value, unit):>14}"
+        if rival is not None:
+            ratio = value / rival
+            line += f"{figure(rival, unit):>16}{ratio:>9.3g}"
+            if goal is not None:
+                met = ratio <= goal
+                line += f"  <= {goal:g}: {'met' if met else 'NOT MET'}"
+                if not met:
+                    self.failed.append(what)
+        print(line, flush=True)
+
+
+def figure(value, unit):
+    digits = f"{value:,.0f}" if value >= 1000 or value == int(value) else f"{value:.3g}"
+    return f"{digits} {unit}".rstrip()
+
+
+def medians(rows):
+    return [median(column) for column in zip(*rows)]
+
+
+def launch(site, table, rounds):
+    floors, programs, children = [], [], []
+    for _ in range(rounds):
+        for program, rows in ((tool("floor"), floors), (site.program, programs)):
+            run = site.launch(program)
+            run.stop()
+            rows.append((run.item * 1e3, run.menu * 1e3, (run.request or 0) * 1e3))
+        line = subprocess.run([tool("children"), site.launchctl, site.guard, "1"],
+                              env=site.environment, check=True, capture_output=True, text=True)
+        children.append([float(value) / 1e3 for value in line.stdout.split()])
+    floor, program, each = medians(floors), medians(programs), medians(children)
+    waited = median(map(sum, children))
+    table.head("1 Launch, from exec", "floor")
+    table.row("to the item", program[0], "ms", floor[0])
+    table.row("to the first GET", program[2], "ms")
+    table.row("to the item with its rendered menu", program[1], "ms", floor[1])
+    for name, time_taken in zip(("bootout", "bootstrap", "kickstart", "velmor-guard id"), each):
+        table.row(f"of which waiting for {name}", time_taken, "ms")
+    table.row("without its four child processes", program[1] - waited, "ms", floor[1], goal=1.25)
+
+
+def shell_loop(url, count):
+    """What an administrator would write."""
+    return (f"for ((i = 0; i < {count}; i++)); do "
+            f"curl -s --max-time 4 {url} | jq -r .state; done")
+
+
+def processor_time_of(arguments, count):
+    """Milliseconds of each of `count` polls made by a child process."""
+    def used():
+        usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+        return usage.ru_utime + usage.ru_stime
+    before = used()
+    subprocess.run(arguments, check=True, stdout=subprocess.DEVNULL)
+    return (used() - before) * 1e3 / count
+
+
+def rounds_of_a_minute(site, table, rounds):
+    """Memory, polls and idling of a program left alone, window closed."""
+    url = f"http://127.0.0.1:{site.service.port}/status.json"
+    sizes, polls, idles, calls = [], [], [], []
+    for _ in range(rounds):
+        shell = processor_time_of(["bash", "-c", shell_loop(url, 20)], 20)
+        bare = processor_time_of([tool("socket_poll"), str(site.service.port), "500"], 500)
+
+        floor, run = site.launch(tool("floor")), site.launch(site.program)
+        times, wakes, requests = [], [], []
+        for poll in (0, 1):
+            # The polls come at 0, 20, 40 and 60 seconds; these moments are half-way.
+            for moment in (MARGIN, POLL_INTERVAL - MARGIN):
+                run.wait_until(poll * POLL_INTERVAL + moment)
+                times.append(probes.processor_time(run.pid))
+                wakes.append(probes.wake_ups(run.pid))
+                requests.append(site.polls())
+        if requests[2] - requests[1] != 1 or requests[1] != requests[0]:
+            raise RuntimeError("a poll came at an unexpected moment")
+        polls.append((times[2] - times[1], shell, bare))
+        idles.append((times[1] - times[0], wakes[1] - wakes[0]))
+        poll_calls = probes.system_calls(run.pid, 2 * MARGIN, site.desktop.folder)
+        idle_calls = probes.system_calls(run.pid, 2 * MARGIN - 1, site.desktop.folder)
+        calls.append((sum(poll_calls.values()), sum(idle_calls.values())))
+        run.wait_until(3 * POLL_INTERVAL + 1)
+        sizes.append(probes.memory(run.pid) + probes.memory(floor.pid))
+        loaded = [probes.libraries(each.pid) for each in (run, floor)]
+        for each in (run, floor):
+            each.stop()
+
+    proportional, private, floor_proportional, floor_private = medians(sizes)
+    table.head("2 Memory after a minute, window closed", "floor")
+    table.row("proportional", proportional, "KiB", floor_proportional, goal=1.10)
+    table.row("private", private, "KiB", floor_private, goal=1.10)
+
+    polled, shell, bare = medians(polls)
+    poll_calls, idle_calls = medians(calls)
+    table.head("3 One poll, processor time", "rival")
+    table.row("beside curl | jq in a shell loop", polled, "ms", shell, goal=1 / 20)
+    table.row("beside a bare socket", polled, "ms", bare)
+    table.row("system calls", poll_calls, "")
+
+    idle, wakes = medians(idles)
+    table.head(f"4 Idle, {POLL_INTERVAL - 2 * MARGIN} s between two polls")
+    table.row("system calls", idle_calls, "")
+    table.row("wake-ups", wakes, "")
+    table.row("processor time", idle, "ms")
+    return loaded
+
+
+def instructions(site, table):
+    """In user mode; hardly differ from run to run."""
+    url = f"http://127.0.0.1:{site.service.port}/status.json"
+    counted = {}
+    for name, program in (("floor", tool("floor")), ("application", site.program)):
+        callgrind = Callgrind(site, name)
+        run = site.launch(program, *callgrind.prefix)
+        time.sleep(1)
+        counted[name] = callgrind.since_last(run.pid)
+        if name == "application":
+            run.wait_until(max(run.menu + MARGIN, POLL_INTERVAL - MARGIN))
+            callgrind.since_last(run.pid)
+            before = site.polls()
+            run.wait_until(time.monotonic() - run.started_at + POLL_INTERVAL)
+            polls = site.polls() - before
+            counted["poll"] = callgrind.since_last(run.pid) / polls
+        run.stop()
+        callgrind.total()
+    shell = Callgrind(site, "shell", "--trace-children=yes")
+    once, thrice = (shell.run("bash", "-c", shell_loop(url, count)) for count in (1, 3))
+    bare = Callgrind(site, "bare")
+    few, many = (bare.run(tool("socket_poll"), str(site.service.port), count)
+                 for count in ("1", "101"))
+    table.head("  Instructions in user mode", "rival")
+    table.row("launch, beside the floor", counted["application"] / 1e6, "M", counted["floor"] / 1e6)
+    table.row("poll, beside curl | jq", counted["poll"] / 1e3, "k", (thrice - once) / 2 / 1e3,
+              goal=1 / 20)
+    table.row("poll, beside a bare socket", counted["poll"] / 1e3, "k", (many - few) / 100 / 1e3)
+
+
+def core(table, rounds):
+    answer = subprocess.run([tool("core"), "--benchmark_format=json",
+                             f"--benchmark_repetitions={max(rounds, 2)}", "--benchmark_min_time=0.05",
+                             "--benchmark_enable_random_interleaving=true"],
+                            check=True, capture_output=True, text=True)
+    table.head("5 Core alone", "allocations")
+
+    def order(result):
+        name, _, size = result["run_name"].partition("/")
+        return name, int(size or 0)
+    for result in sorted(json.loads(answer.stdout)["benchmarks"], key=order):
+        name = result["run_name"]
+        if result.get("aggregate_name") == "median":
+            print(f"  {name:<44}{figure(result['cpu_time'], 'ns'):>14}{result['allocations']:>16.0f}")
+        elif result.get("aggregate_name") == "BigO":
+            print(f"  {name:<44}{result['cpu_coefficient']:>11.3g} ns a byte")
+
+
+def growth(site, table, rounds):
+    for title, sizes, settings in (
+            ("6 Growth with the device ID", (10, KIB, 32 * KIB, MIB),
+             lambda size: {"device_id": "GEN-" + "x" * (size - 4)}),
+            ("6 Growth with the answer", (200, 32 * KIB, MIB, 8 * MIB),
+             lambda size: {"answer_size": size})):
+        rows = {size: [] for size in sizes}
+        for _ in range(rounds):
+            for size in sizes:
+                site.use(**settings(size))
+                run = site.launch(site.program)
+                time.sleep(0.5)
+                rows[size].append((run.menu * 1e3, probes.processor_time(run.pid)))
+                run.stop()
+        site.use()
+        smallest = medians(rows[sizes[0]])
+        table.head(title, "smallest")
+        for size in sizes:
+            elapsed, used = medians(rows[size])
+            table.row(f"{size:,} B: launch and first poll", elapsed, "ms", smallest[0])
+            table.row("    processor time", used, "ms", smallest[1])
+        table.row("processor time for each byte more",
+                  (used - smallest[1]) * 1e6 / (sizes[-1] - sizes[0]), "ns")
+
+
+def size(site, table, loaded):
+    program, floor = loaded
+    table.head("7 Size", "floor")
+    table.row("the stripped program", os.path.getsize(site.program) / KIB, "KiB")
+    table.row("libraries in memory, plug-ins included", len(program), "", len(floor))
+    for name in sorted(set(program) ^ set(floor)):
+        print(f"  {'only in the application' if name in program else 'only in the floor'}: {name}")
+
+
+def machine():
+    processor = re.search(r"^model name\s*:\s*(.*)$", probes.read("/proc/cpuinfo"), re.MULTILINE)
+    qt = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", "libqt6core6"],
+                        capture_output=True, text=True, check=False).stdout
+    print(f"{os.cpu_count()} x {processor[1] if processor else platform.machine()}, "
+          f"Linux {platform.release()}, Qt {qt}, load average {os.getloadavg()[0]:.2f}")
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="script/bench", description=__doc__)
+    parser.add_argument("--rounds", type=int, default=10,
+                        help="figures behind each median (default: %(default)s, about 15 minutes)")
+    rounds = parser.parse_args().rounds
+    table = Table()
+    machine()
+    with Site() as site:
+        launch(site, table, 2 * rounds)
+        loaded = rounds_of_a_minute(site, table, rounds)
+        instructions(site, table)
+        core(table, rounds)
+        growth(site, table, rounds)
+        size(site, table, loaded)
+    print(f"\nLoad average {os.getloadavg()[0]:.2f}. "
+          f"{'Not met: ' + ', '.join(table.failed) if table.failed else 'All goals met'}.")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
