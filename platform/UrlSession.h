@@ -19,8 +19,8 @@ class UrlSession {
   /// A session whose requests fail after `timeoutIntervalForRequest` seconds without a byte
   /// arriving. Main thread.
   explicit UrlSession(double timeoutIntervalForRequest);
-  /// Ends the requests under way; their handlers are called without a body, now or soon. Must not be
-  /// called from one of them.
+  /// Ends the requests under way; their handlers are called without a body, now or soon. Must not
+  /// be called from one of them.
   ~UrlSession();
   UrlSession(const UrlSession&) = delete;
   UrlSession& operator=(const UrlSession&) = delete;

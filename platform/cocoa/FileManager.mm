@@ -15,10 +15,10 @@ void throwUnless(BOOL succeeded, NSError* error) {
 
 // A new folder on the volume of `url`, where a move is one rename. The system empties the place
 // where it lies, also of what was killed half-way.
-NSURL* replacementFolder(NSURL* url, NSError** error) {
+NSURL* replacementFolder(NSURL* folder, NSError** error) {
   return [manager() URLForDirectory:NSItemReplacementDirectory
                            inDomain:NSUserDomainMask
-                  appropriateForURL:url
+                  appropriateForURL:folder
                              create:YES
                               error:error];
 }
@@ -64,7 +64,7 @@ void copyItem(const std::filesystem::path& from, const std::filesystem::path& to
     const BOOL copied = [manager() copyItemAtURL:source toURL:target error:&error];
     return throwUnless(copied, error);
   }
-  NSURL* folder = replacementFolder(target, &error);
+  NSURL* folder = replacementFolder(target.URLByDeletingLastPathComponent, &error);
   NSURL* whole = [folder URLByAppendingPathComponent:target.lastPathComponent isDirectory:NO];
   const BOOL copied = folder != nil && [manager() copyItemAtURL:source toURL:whole error:&error] &&
                       [manager() moveItemAtURL:whole toURL:target error:&error];

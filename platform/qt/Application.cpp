@@ -15,6 +15,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/qt/X11.h"
+
 using namespace Qt::StringLiterals;
 
 namespace platform {
@@ -24,19 +26,12 @@ namespace {
 bool terminated = false;
 bool inEventLoop = false;
 
-/// The connection to the X server, or null in a session without one.
-xcb_connection_t* connection() {
-  const auto* x11 =
-      qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-  return x11 ? x11->connection() : nullptr;
-}
-
 /// Ends the process as soon as the X server is gone, whatever the main thread is waiting for.
 class DisplayWatch {
  public:
   DisplayWatch() {
-    if (!connection()) return;
-    std::thread([display = xcb_get_file_descriptor(connection()), isOver = isOver] {
+    if (!x11Connection()) return;
+    std::thread([display = xcb_get_file_descriptor(x11Connection()), isOver = isOver] {
       pollfd end{display, POLLRDHUP, 0};
       while (::poll(&end, 1, -1) == -1 && errno == EINTR) {
       }
@@ -55,7 +50,7 @@ class DisplayWatch {
 void dropMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
   // What the toolkit does next is to call exit(); its own libraries' exit handlers come first then.
   const bool isMainThread = ::gettid() == ::getpid();
-  if (isMainThread && connection() && xcb_connection_has_error(connection())) _exit(1);
+  if (isMainThread && x11Connection() && xcb_connection_has_error(x11Connection())) _exit(1);
   if (type != QtFatalMsg) return;
   std::fprintf(stderr, "%s\n", qPrintable(message));
   std::abort();

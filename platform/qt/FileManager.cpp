@@ -81,6 +81,7 @@ void write(int file, std::string_view bytes) {
 /// the disk well before the bytes, and a power cut in between would leave an empty file.
 void startWritingBack(int file) {
   if (::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE) == -1) check(::fdatasync(file));
+  check(::close(check(::dup(file))));  // at which a file system on the network tells of a full disk
 }
 
 void copyBytes(int from, int to) {

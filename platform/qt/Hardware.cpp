@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "MachineId.h"
+#include "platform/qt/MachineId.h"
 
 namespace platform {
 

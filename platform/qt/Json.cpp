@@ -3,7 +3,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include "Conversions.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform {
 namespace {

@@ -4,8 +4,8 @@
 #include <QTimer>
 #include <utility>
 
-#include "BlockQueue.h"
-#include "Conversions.h"
+#include "platform/qt/BlockQueue.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform::MainQueue {
 namespace {

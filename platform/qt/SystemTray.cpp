@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/qt/X11.h"
+
 using namespace Qt::StringLiterals;
 
 namespace platform {
@@ -24,12 +26,6 @@ const QString watcherPath = u"/StatusNotifierWatcher"_s;
 template <typename Reply>
 std::unique_ptr<Reply, decltype(&std::free)> owned(Reply* reply) {
   return {reply, &std::free};
-}
-
-/// The connection to the X server, or null in a session without one.
-xcb_connection_t* connection() {
-  const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
-  return x11 ? x11->connection() : nullptr;
 }
 
 xcb_atom_t atom(xcb_connection_t* x, const std::string& name) {
@@ -63,7 +59,7 @@ SystemTray::SystemTray(std::function<void()> callback) : found(std::move(callbac
     bus.connect(watcherName, watcherPath, watcherName, u"StatusNotifierHostRegistered"_s, &lookSoon,
                 SLOT(start()));
   }
-  if (connection()) qGuiApp->installNativeEventFilter(this);
+  if (x11Connection()) qGuiApp->installNativeEventFilter(this);
   lookSoon.start();  // not from here: what `found` refers to may be under construction
 }
 
@@ -71,7 +67,7 @@ SystemTray::~SystemTray() = default;
 
 void SystemTray::look() {
   if (!QDBusConnection::sessionBus().isConnected()) {
-    if (connection() && trayWindow(connection())) found();
+    if (x11Connection() && trayWindow(x11Connection())) found();
     return;
   }
   QDBusMessage question = QDBusMessage::createMethodCall(
@@ -85,7 +81,7 @@ void SystemTray::look() {
     answer->deleteLater();
     const QDBusPendingReply<QDBusVariant> reply = *answer;
     const bool hasHost = reply.isValid() && reply.value().variant().toBool();
-    if (hasHost || (connection() && trayWindow(connection()))) found();
+    if (hasHost || (x11Connection() && trayWindow(x11Connection()))) found();
   });
 }
 
@@ -93,13 +89,13 @@ bool SystemTray::nativeEventFilter(const QByteArray& eventType, void* message, q
   if (eventType != "xcb_generic_event_t") return false;
   const auto* event = static_cast<const xcb_generic_event_t*>(message);
   if ((event->response_type & 0x7F) != XCB_CLIENT_MESSAGE) return false;
-  static const xcb_atom_t manager = atom(connection(), "MANAGER");
+  static const xcb_atom_t manager = atom(x11Connection(), "MANAGER");
   if (reinterpret_cast<const xcb_client_message_event_t*>(event)->type == manager) lookSoon.start();
   return false;
 }
 
 std::optional<QColor> SystemTray::foreground() {
-  xcb_connection_t* x = connection();
+  xcb_connection_t* x = x11Connection();
   if (!x) return std::nullopt;
   // Four colours, each of red, green and blue; the foreground comes first.
   const auto cookie = xcb_get_property(x, 0, trayWindow(x), atom(x, "_NET_SYSTEM_TRAY_COLORS"),

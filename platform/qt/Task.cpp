@@ -3,8 +3,8 @@
 #include <QProcess>
 #include <utility>
 
-#include "Conversions.h"
 #include "platform/Error.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform {
 

@@ -3,7 +3,7 @@
 #include <QTimer>
 #include <utility>
 
-#include "Conversions.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform {
 

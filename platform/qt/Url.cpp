@@ -2,7 +2,7 @@
 
 #include <QUrl>
 
-#include "Conversions.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform {
 

@@ -15,8 +15,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "BlockQueue.h"
-#include "Conversions.h"
+#include "platform/qt/BlockQueue.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform {
 namespace {
@@ -137,7 +137,8 @@ struct UrlSession::Implementation {
     readAvailable(reply);
     Request request = std::move(requests.extract(&reply).mapped());
     reply.deleteLater();
-    if (!isAnswer(reply) || isCutShort(reply, request.body.size())) {
+    if (!isAnswer(reply) || isCutShort(reply, request.body.size()) ||
+        request.body.size() > longestBody) {
       request.completionHandler({});
     } else if (const auto target = redirectOf(reply)) {
       if (request.redirects < maximumRedirects && isOnThisMachine(*target)) {

@@ -4,7 +4,7 @@
 #include <QVariant>
 #include <charconv>
 
-#include "Conversions.h"
+#include "platform/qt/Conversions.h"
 
 namespace platform::UserDefaults {
 namespace {

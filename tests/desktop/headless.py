@@ -12,7 +12,7 @@ TOOL = """#!/bin/sh
 echo "$PPID $*" >> '{log}'
 """
 GUARD = TOOL + "echo GEN-quick\nexit\n"
-CALLS = ("mkdir openat write flock fchmod fdatasync linkat rename unlink unlinkat rmdir "
+CALLS = ("mkdir openat write flock fchmod sync_file_range linkat rename unlink unlinkat rmdir "
          "chmod").split()  # by which the disk is changed
 GUARD_SIZE = 1 << 20
 

@@ -11,7 +11,6 @@ from desktop.session import Desktop
 from e2e_harness import GUARD_ID, SERVICE_ID, minutes_ago
 
 
-
 @pytest.fixture
 def stack():
     with contextlib.ExitStack() as stack:

@@ -106,6 +106,10 @@ int writeWhole(const std::string& file, mode_t mode, const char* bytes, std::siz
   NSString* file = fileOf(url);
   if (directory != NSItemReplacementDirectory || domain != NSUserDomainMask || !shouldCreate)
     violation("Another folder than one for a replacement is asked for");
+  if (![self fileExistsAtPath:url.path]) {
+    fail(ENOENT, file, error);
+    return nil;
+  }
   std::string made = std::filesystem::temp_directory_path() / "pellix-replacement-XXXXXX";
   if (mkdtemp(made.data()) == nullptr) {
     fail(errno, file, error);
