@@ -54,7 +54,7 @@ def medians(rows):
     return [median(column) for column in zip(*rows)]
 
 
-def launch(site, table, rounds):
+def launch(site, table, rounds, where):
     floors, programs, children = [], [], []
     for _ in range(rounds):
         for program, rows in ((tool("floor"), floors), (site.program, programs)):
@@ -66,7 +66,7 @@ def launch(site, table, rounds):
         children.append([float(value) / 1e3 for value in line.stdout.split()])
     floor, program, each = medians(floors), medians(programs), medians(children)
     waited = median(map(sum, children))
-    table.head("1 Launch, from exec", "floor")
+    table.head(f"1 Launch, from exec, files {where}", "floor")
     table.row("to the item", program[0], "ms", floor[0])
     table.row("to the first GET", program[2], "ms")
     table.row("to the item with its rendered menu", program[1], "ms", floor[1])
@@ -238,8 +238,10 @@ def main():
     rounds = parser.parse_args().rounds
     table = Table()
     machine()
+    with Site(files_in_memory=True) as site:
+        launch(site, table, 2 * rounds, "in memory")
     with Site() as site:
-        launch(site, table, 2 * rounds)
+        launch(site, table, 2 * rounds, "on disk")
         loaded = rounds_of_a_minute(site, table, rounds)
         instructions(site, table)
         core(table, rounds)

@@ -7,6 +7,7 @@ import os
 import re
 import signal
 import subprocess
+import tempfile
 import threading
 import time
 
@@ -86,9 +87,11 @@ class Launch:
 
 class Site:
     """A desktop with a tray, a service that answers at once, and the application's folder with a
-    launchctl and a service binary that return at once."""
+    launchctl and a service binary that return at once. All of its files, the home folder's too, are
+    in a temporary folder, or in one that never waits for a disk."""
 
-    def __init__(self):
+    def __init__(self, files_in_memory=False):
+        tempfile.tempdir = "/dev/shm" if files_in_memory else None
         self.desktop = Desktop(tray=False)
         try:
             self.service = Service()
