@@ -262,9 +262,10 @@ def test_whatIsLoadedCannotBeLoadedAgain(sandbox):
 
 
 def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
-    ready = sandbox.home / "ready"
-    path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
-                               RunAtLoad=True, ExitTimeOut=1)
+    ready, end = sandbox.home / "ready", sandbox.home / "end"
+    path = sandbox.write_agent(
+        f"trap '' TERM; echo > '{ready}'; while ! [ -e '{end}' ]; do sleep 0.1; done",
+        RunAtLoad=True, ExitTimeOut=30)
     succeeded(sandbox.bootstrap(path))
     eventually(ready.exists)
     unloading = sandbox.start("bootout", f"{DOMAIN}/{LABEL}")
@@ -272,6 +273,7 @@ def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
     assert outcome(sandbox.bootstrap(path)) == (
         37, "Bootstrap failed: 37: Operation already in progress\n")
     assert outcome(sandbox.kickstart("-k")) == NOT_FOUND
+    end.touch()
     assert unloading.communicate(timeout=30) == ("", "")
     assert unloading.returncode == 0
 
