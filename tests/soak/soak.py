@@ -95,6 +95,9 @@ class Service:
     def cue(self):
         os.write(self.cue_writer, b".")
 
+    def cue_trim(self):
+        os.write(self.cue_writer, b"t")
+
     def next_answer(self):
         kind = self.random.random()
         if kind < 0.01:
@@ -227,9 +230,12 @@ def soak(polls):
                     service.cue()
 
         def measure():
-            # Without polls and connections, so that what is left is what the program keeps.
+            # Without polls, connections and memory that is free already, so that what is left is
+            # what the program keeps.
             time.sleep(0.5)
             service.close_connections()
+            time.sleep(0.5)
+            service.cue_trim()
             time.sleep(0.5)
             found = figures(application.pid, item)
             print(f"{service.answers:>9} {found['memory']:>11} {found['files']:>6}"
