@@ -5,8 +5,10 @@ import json
 import os
 import pathlib
 import plistlib
+import random
 import shutil
 import signal
+import socket
 import subprocess
 import time
 import urllib.parse
@@ -25,6 +27,19 @@ def eventually(condition, timeout=10.0):
             return result
         assert time.monotonic() < deadline, "did not happen in time"
         time.sleep(0.02)
+
+
+def unclaimed_port():
+    """A free port that the system gives to nobody who asks for just any, so that it stays free."""
+    while True:
+        port = random.randrange(20000, 32000)
+        with socket.socket() as probe:
+            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                probe.bind(("127.0.0.1", port))
+            except OSError:
+                continue
+            return port
 
 
 def is_running(pid):
@@ -111,7 +126,8 @@ class Guard:
         self.port = None
         self.log = folder / "access.log"
 
-    def start(self, quiet=False, port=0):
+    def start(self, quiet=False, port=None):
+        port = unclaimed_port() if port is None else port
         environment = os.environ | {"VLX_QUIET": "1" if quiet else "0"}
         environment.pop("VLX_DEVICE_ID", None)
         with open(self.log, "ab") as log:

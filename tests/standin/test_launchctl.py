@@ -11,7 +11,7 @@ import time
 
 import pytest
 
-from standin_harness import DOMAIN, LABEL, STANDIN, eventually, is_running
+from standin_harness import DOMAIN, LABEL, STANDIN, eventually, is_running, unclaimed_port
 
 NO_SUCH_PROCESS = (3, "Boot-out failed: 3: No such process\n")
 NOT_FOUND = (113, f'Could not find service "{LABEL}" in domain for user gui: {os.getuid()}\n')
@@ -613,8 +613,7 @@ def test_aLogThatCannotBeWrittenDoesNoHarm(sandbox):
 
 def test_theServiceRunsUnderIt(sandbox, stopped_guard):
     guard = stopped_guard
-    guard.port = guard.start().port  # a port that was free a moment ago
-    guard.stop()
+    guard.port = unclaimed_port()
     logs = sandbox.home / "logs"
     logs.mkdir()
     path = sandbox.write_agent(

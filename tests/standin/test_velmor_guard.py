@@ -389,6 +389,11 @@ def test_thePortIsFreeAgainAtOnce(guard):
     assert guard.start(port=port).port == port
 
 
+def test_portZeroTakesAnyFreePort(stopped_guard):
+    assert stopped_guard.start(port=0).port > 0
+    assert stopped_guard.status()["state"] == "not_enrolled"
+
+
 def test_requestsAreLogged(guard):
     guard.status()
     assert '"GET /status.json HTTP/1.1" 200' in guard.log.read_text()
