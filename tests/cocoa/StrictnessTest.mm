@@ -1,6 +1,8 @@
 // The doubles refuse what Apple's classes would; without these tests nobody knew.
 #include <gtest/gtest-spi.h>
+#include <sys/xattr.h>
 
+#include <cerrno>
 #include <thread>
 
 #include "Machine.h"
@@ -59,6 +61,16 @@ TEST_F(StrictnessTest, whatAppleRaisesOnIsRaised) {
     [kept addItem:item];
     [[[NSMenu alloc] initWithTitle:@"c"] addItem:item];
   });
+}
+
+TEST_F(StrictnessTest, theAttributesOfAReadOnlyFileStayAsTheyAre) {
+  const auto file = makeFile(home / "file");
+  ASSERT_EQ(setxattr(file.c_str(), "name", "value", 5, 0, XATTR_NOFOLLOW), 0);
+  std::filesystem::permissions(file, std::filesystem::perms(0444));
+  EXPECT_EQ(removexattr(file.c_str(), "name", XATTR_NOFOLLOW), -1);
+  EXPECT_EQ(errno, EACCES);
+  EXPECT_EQ(getxattr(file.c_str(), "name", nullptr, 0, 0, XATTR_NOFOLLOW), 5);
+  EXPECT_NONFATAL_FAILURE(removexattr("/file", "name", 0), "Unusual options");
 }
 
 TEST_F(StrictnessTest, whatAppKitLeavesUndefinedFails) {

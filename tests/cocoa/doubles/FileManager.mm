@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "doubles/Doubles.h"
+#include "doubles/ExtendedAttributes.h"
 #include "doubles/FileError.h"
 #include "runtime/Runtime.h"
 
@@ -152,7 +153,9 @@ int writeWhole(const std::string& file, mode_t mode, const char* bytes, std::siz
   if (bytes == nil) return fail(EACCES, source, error);
   const int failure = writeWhole(posix(target), info.st_mode & 07777u,
                                  static_cast<const char*>(bytes.bytes), bytes.length);
-  return failure == 0 ? YES : fail(failure, target, error);
+  if (failure != 0) return fail(failure, target, error);
+  copyExtendedAttributes(posix(source).c_str(), posix(target).c_str());
+  return YES;
 }
 
 - (BOOL)moveItemAtURL:(NSURL*)from toURL:(NSURL*)to error:(NSError**)error {
