@@ -1,6 +1,7 @@
 #include "platform/FileManager.h"
 
 #include "platform/cocoa/Conversions.h"
+#include "platform/cocoa/Quarantine.h"
 
 namespace platform::FileManager {
 namespace {
@@ -66,8 +67,11 @@ void copyItem(const std::filesystem::path& from, const std::filesystem::path& to
   }
   NSURL* folder = replacementFolder(target.URLByDeletingLastPathComponent, &error);
   NSURL* whole = [folder URLByAppendingPathComponent:target.lastPathComponent isDirectory:NO];
-  const BOOL copied = folder != nil && [manager() copyItemAtURL:source toURL:whole error:&error] &&
-                      [manager() moveItemAtURL:whole toURL:target error:&error];
+  BOOL copied = folder != nil && [manager() copyItemAtURL:source toURL:whole error:&error];
+  if (copied) {
+    dropQuarantine(fromNSUrl(whole));  // before anybody sees the copy
+    copied = [manager() moveItemAtURL:whole toURL:target error:&error];
+  }
   if (folder != nil) [manager() removeItemAtURL:folder error:nil];
   throwUnless(copied, error);
 }

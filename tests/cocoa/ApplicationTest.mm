@@ -1,3 +1,5 @@
+#include <sys/xattr.h>
+
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -227,6 +229,19 @@ TEST_F(ApplicationTest, theFirstLaunchInstallsAndAsksTheServiceForTheId) {
   EXPECT_NE(contentOf(home / "Library/LaunchAgents/com.velmor.pellix.menubar.plist")
                 .find("<string>/Applications/Velmor Pellix.app/Contents/MacOS/velmor-pellix<"),
             std::string::npos);
+}
+
+TEST_F(ApplicationTest, theServiceOfADownloadedApplicationIsInstalledWithoutItsMark) {
+  const auto bundled = home / "Resources/velmor-guard";
+  const auto installed = home / "Library/Application Support/VelmorPellix/velmor-guard";
+  const auto isQuarantined = [](const std::filesystem::path& path) {
+    return getxattr(path.c_str(), "com.apple.quarantine", nullptr, 0, 0, XATTR_NOFOLLOW) >= 0;
+  };
+  ASSERT_EQ(setxattr(bundled.c_str(), "com.apple.quarantine", "0081;0;;", 8, 0, XATTR_NOFOLLOW), 0);
+  run([] {});
+  EXPECT_TRUE(std::filesystem::exists(installed));
+  EXPECT_FALSE(isQuarantined(installed));
+  EXPECT_TRUE(isQuarantined(bundled));
 }
 
 TEST_F(ApplicationTest, theDeviceIdWindowIsAsItWasDrawn) {
