@@ -36,6 +36,11 @@ def test_plain_http_is_allowed_to_the_loopback_address_and_nowhere_else(info):
         "NSExceptionDomains": {"127.0.0.1": {"NSExceptionAllowsInsecureHTTPLoads": True}}}
 
 
+def test_what_the_application_writes_is_not_quarantined(info):
+    """launchd would not load the property lists."""
+    assert not info.get("LSFileQuarantineEnabled")
+
+
 def icon_members():
     loader = importlib.machinery.SourceFileLoader("make_icns", str(RESOURCES / "make_icns"))
     module = importlib.util.module_from_spec(importlib.util.spec_from_loader("make_icns", loader))
