@@ -1,65 +1,67 @@
 #include "platform/UrlSession.h"
 
+#include <arpa/inet.h>
 #include <malloc.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
 
-#include <QHostAddress>
-#include <QNetworkAccessManager>
-#include <QNetworkProxy>
-#include <QNetworkReply>
-#include <QNetworkRequest>
-#include <QThread>
-#include <QTimer>
+#include <QByteArray>
 #include <QUrl>
 #include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <mutex>
-#include <unordered_map>
+#include <set>
+#include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 
-#include "platform/qt/BlockQueue.h"
 #include "platform/qt/Conversions.h"
+#include "platform/qt/HttpResponse.h"
 
 namespace platform {
 namespace {
 
 constexpr int maximumRedirects = 20;
 
-/// An answer that never ends must not take all memory.
-constexpr std::size_t longestBody = 256U << 20U;
+/// At a time; what is beyond fails. Else a service whose answers never end would take one more with
+/// each poll.
+constexpr std::size_t maximumConnections = 64;
 
-/// Whether `url` can be fetched without looking a name up and without leaving this machine.
-bool isOnThisMachine(const QUrl& url) {
-  return url.scheme() == u"http" && QHostAddress(url.host()).isLoopback();
+/// The address that `url` leads to, if it is this machine's own. Names are never looked up.
+std::optional<sockaddr_in> loopbackAddress(const QUrl& url) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(url.port(80)));
+  const bool isAddress = ::inet_pton(AF_INET, qPrintable(url.host()), &address.sin_addr) == 1;
+  const bool isLoopback = ntohl(address.sin_addr.s_addr) >> 24U == IN_LOOPBACKNET;
+  if (url.scheme() != u"http" || !isAddress || !isLoopback) return {};
+  return address;
 }
 
-int statusOf(const QNetworkReply& reply) {
-  return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-/// Whether an answer came whole. QNetworkReply reports an unwelcome status as an error too, in
-/// ranges of their own; 400 and 407 have other ones.
-bool isAnswer(const QNetworkReply& reply) {
-  using enum QNetworkReply::NetworkError;
-  const int status = statusOf(reply);
-  const QNetworkReply::NetworkError error = reply.error();
-  if (error == NoError) return status != 0;
-  if (status < 400) return false;
-  return (error >= ContentAccessDenied && error <= UnknownContentError) ||
-         (error >= InternalServerError && error <= UnknownServerError) ||
-         error == ProtocolInvalidOperationError ||
-         (status == 407 && error == ProxyAuthenticationRequiredError);
-}
-
-/// Whether less of the body arrived than the answer promised. Only needed for an unwelcome status,
-/// which QNetworkReply may report in place of the failure that came after it.
-bool isCutShort(const QNetworkReply& reply, std::size_t size) {
-  return !reply.hasRawHeader("Content-Encoding") &&
-         reply.header(QNetworkRequest::ContentLengthHeader).toLongLong() >
-             static_cast<qint64>(size);
+std::string requestFor(const QUrl& url) {
+  const QByteArray target =
+      url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment);
+  const std::string host = fromQString(url.host());
+  const std::string port = url.port() < 0 ? "" : ":" + std::to_string(url.port());
+  return std::string("GET ") + (target.startsWith('/') ? "" : "/") + target.toStdString() +
+         " HTTP/1.1\r\n"
+         "Host: " +
+         host + port +
+         "\r\n"
+         "Accept-Encoding: identity\r\n"
+         "Connection: close\r\n"
+         "\r\n";
 }
 
 /// Where an answer sends the client instead, if it does.
-std::optional<QUrl> redirectOf(const QNetworkReply& reply) {
-  switch (statusOf(reply)) {
+std::optional<QUrl> redirectOf(const HttpResponse& response, const QUrl& url) {
+  switch (response.status) {
     case 301:
     case 302:
     case 303:
@@ -69,106 +71,141 @@ std::optional<QUrl> redirectOf(const QNetworkReply& reply) {
     default:
       return {};
   }
-  if (!reply.hasRawHeader("Location")) return {};
-  return reply.url().resolved(QUrl::fromEncoded(reply.rawHeader("Location")));
+  if (!response.location) return {};
+  return url.resolved(QUrl::fromEncoded(QByteArray::fromStdString(*response.location)));
 }
 
 }  // namespace
 
 struct UrlSession::Implementation {
-  struct Request {
-    CompletionHandler completionHandler;
-    int redirects = 0;
-    std::string body = {};
-  };
-
-  explicit Implementation(double timeout) : timeoutInMilliseconds(toMilliseconds(timeout)) {
+  explicit Implementation(double timeoutIntervalForRequest)
+      : timeout(std::max(toMilliseconds(timeoutIntervalForRequest), 1)) {
     // As it is by default, but fixed: else it grows with the largest answer ever freed, and the
     // process keeps up to 64 MiB.
     ::mallopt(M_TRIM_THRESHOLD, 128 * 1024);
-    queue.moveToThread(&thread);
   }
 
   ~Implementation() {
-    if (!thread.isRunning()) return;
-    queue.post([this] {
-      endAll();
-      thread.quit();
-    });
-    thread.wait();
+    using namespace std::chrono_literals;
+    std::unique_lock lock(mutex);
+    isEnding = true;
+    do {  // again, because it does nothing to one that is about to connect
+      for (const int socket : sockets) ::shutdown(socket, SHUT_RDWR);
+    } while (!ended.wait_for(lock, 10ms, [this] { return requests == 0; }));
   }
 
-  // All that follows runs on the session's thread.
-
-  void start(const QUrl& url, Request request) {
-    if (!manager) {
-      manager = std::make_unique<QNetworkAccessManager>();
-      manager->setProxy(QNetworkProxy::NoProxy);
+  void start(QUrl url, CompletionHandler completionHandler) {
+    {
+      const std::lock_guard lock(mutex);
+      ++requests;
     }
-    QNetworkRequest get(url);
-    get.setTransferTimeout(timeoutInMilliseconds);
-    get.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                     QNetworkRequest::ManualRedirectPolicy);
-    get.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    // Nothing of one answer is kept for the next.
-    for (const auto attribute :
-         {QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::CookieSaveControlAttribute,
-          QNetworkRequest::AuthenticationReuseAttribute}) {
-      get.setAttribute(attribute, QNetworkRequest::Manual);
+    const auto handler = std::make_shared<CompletionHandler>(std::move(completionHandler));
+    try {
+      std::thread([this, url = std::move(url), handler] {
+        perform(url, std::exchange(*handler, nullptr));
+      }).detach();
+    } catch (const std::system_error&) {  // the system has no thread to give
+      std::exchange(*handler, nullptr)({});
+      end();
     }
-    QNetworkReply* const reply = manager->get(get);
-    requests.emplace(reply, std::move(request));
-    QObject::connect(reply, &QNetworkReply::readyRead, [this, reply] { readAvailable(*reply); });
-    QObject::connect(reply, &QNetworkReply::finished, [this, reply] { finish(*reply); });
   }
 
-  void readAvailable(QNetworkReply& reply) {
-    std::string& body = requests.at(&reply).body;
-    const std::size_t size = body.size();
-    const qint64 available = reply.bytesAvailable();
-    if (available <= 0) return;
-    body.resize(size + static_cast<std::size_t>(available));
-    const qint64 count = reply.read(body.data() + size, available);
-    body.resize(size + static_cast<std::size_t>(std::max<qint64>(count, 0)));
-    if (body.size() > longestBody) reply.abort();
+  // All that follows runs on a request's own thread.
+
+  void perform(const QUrl& url, CompletionHandler handler) {
+    // Calls with a time-out are interrupted by any signal.
+    sigset_t all;
+    sigfillset(&all);
+    ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
+
+    std::optional<std::string> body = bodyOf(url);
+    const bool isLarge = body && body->size() > 1U << 20U;
+    {
+      const std::lock_guard lock(handlerMutex);
+      std::exchange(handler, nullptr)(std::move(body));
+    }
+    if (isLarge) ::malloc_trim(0);  // or what it was read into stays with the process
+    end();
   }
 
-  void finish(QNetworkReply& reply) {
-    readAvailable(reply);
-    Request request = std::move(requests.extract(&reply).mapped());
-    reply.deleteLater();
-    if (!isAnswer(reply) || isCutShort(reply, request.body.size()) ||
-        request.body.size() > longestBody) {
-      request.completionHandler({});
-    } else if (const auto target = redirectOf(reply)) {
-      if (request.redirects < maximumRedirects && isOnThisMachine(*target)) {
-        start(*target, {std::move(request.completionHandler), request.redirects + 1});
-      } else {
-        request.completionHandler({});
+  std::optional<std::string> bodyOf(QUrl url) {
+    for (int redirects = 0; redirects <= maximumRedirects; ++redirects) {
+      HttpResponse response;
+      if (!get(url, response)) return {};
+      const auto target = redirectOf(response, url);
+      if (!target) return std::move(response.body);
+      url = *target;
+    }
+    return {};
+  }
+
+  /// Whether a whole answer came.
+  bool get(const QUrl& url, HttpResponse& response) {
+    const auto address = loopbackAddress(url);
+    if (!address) return false;
+    const int socket = open();
+    const bool isWhole = socket != -1 && exchange(socket, *address, requestFor(url), response);
+    close(socket);
+    return isWhole;
+  }
+
+  bool exchange(int socket, const sockaddr_in& address, std::string_view request,
+                HttpResponse& response) const {
+    const timeval patience{timeout / 1000, timeout % 1000 * 1000};
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
+      ::setsockopt(socket, SOL_SOCKET, option, &patience, sizeof patience);
+    }
+    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      return false;
+    }
+    while (!request.empty()) {
+      const ssize_t size = ::send(socket, request.data(), request.size(), MSG_NOSIGNAL);
+      if (size < 0) return false;
+      request.remove_prefix(static_cast<std::size_t>(size));
+    }
+    std::array<char, 32768> bytes;
+    for (;;) {
+      const ssize_t size = ::recv(socket, bytes.data(), bytes.size(), 0);
+      if (size < 0) return false;
+      const auto progress = size == 0
+                                ? response.end()
+                                : response.take({bytes.data(), static_cast<std::size_t>(size)});
+      if (progress != HttpResponse::Progress::incomplete) {
+        return progress == HttpResponse::Progress::complete;
       }
-    } else {
-      const bool isLarge = request.body.size() > 1U << 20U;
-      request.completionHandler(std::move(request.body));
-      // Or its many small pieces stay with the process. Qt's own thread lets go of them a little
-      // later.
-      if (isLarge) QTimer::singleShot(1000, &queue, [] { ::malloc_trim(0); });
     }
   }
 
-  void endAll() {
-    for (auto& [reply, request] : std::exchange(requests, {})) {
-      reply->disconnect();
-      request.completionHandler({});
-    }
-    manager.reset();  // and its replies with it
+  /// A socket that the session can shut down, or -1.
+  int open() {
+    const std::lock_guard lock(mutex);
+    if (isEnding || sockets.size() >= maximumConnections) return -1;
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (socket != -1) sockets.insert(socket);
+    return socket;
   }
 
-  const int timeoutInMilliseconds;
-  std::once_flag started;
-  QThread thread;    ///< started by the first request
-  BlockQueue queue;  ///< lives on `thread`
-  std::unique_ptr<QNetworkAccessManager> manager;
-  std::unordered_map<QNetworkReply*, Request> requests;
+  void close(int socket) {
+    if (socket == -1) return;
+    const std::lock_guard lock(mutex);
+    sockets.erase(socket);
+    ::close(socket);
+  }
+
+  /// The last that a request does: the session may be gone afterwards.
+  void end() {
+    const std::lock_guard lock(mutex);
+    --requests;
+    ended.notify_all();
+  }
+
+  const int timeout;  ///< in milliseconds
+  std::mutex handlerMutex;
+  std::mutex mutex;  ///< of all that follows
+  std::condition_variable ended;
+  int requests = 0;
+  std::set<int> sockets;
+  bool isEnding = false;
 };
 
 UrlSession::UrlSession(double timeoutIntervalForRequest)
@@ -177,12 +214,7 @@ UrlSession::UrlSession(double timeoutIntervalForRequest)
 UrlSession::~UrlSession() = default;
 
 void UrlSession::dataTaskWithUrl(const Url& url, CompletionHandler completionHandler) {
-  Implementation& session = *implementation;
-  std::call_once(session.started, [&session] { session.thread.start(); });
-  session.queue.post([&session, target = QUrl(toQString(url.absoluteString())),
-                      handler = std::move(completionHandler)]() mutable {
-    session.start(target, {std::move(handler)});
-  });
+  implementation->start(QUrl(toQString(url.absoluteString())), std::move(completionHandler));
 }
 
 }  // namespace platform

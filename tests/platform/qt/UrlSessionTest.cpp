@@ -2,11 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <unistd.h>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <future>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Fetch.h"
 #include "HttpServer.h"
@@ -50,37 +58,111 @@ TEST(UrlSession, whatIsNotHttpGivesNothing) {
   }
 }
 
-// Depending on what it notices first, Qt takes a connection that ends within the chunks for a
-// failure or for the end of the body. Nothing is ever made up.
-TEST(UrlSession, anAnswerOfChunksCutShortGivesNothingOrWhatCame) {
-  HttpServer server([](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n{");
-  });
-  UrlSession session(5);
-  EXPECT_EQ(fetch(session, server.url()).value_or("{"), "{");
-}
-
-// Qt takes a chunk's size that it cannot read for the end of the body.
-TEST(UrlSession, aMalformedChunkEndsTheBody) {
-  for (const char* size : {"zz", "ffffffffffffffff", "-1"}) {
+TEST(UrlSession, anAnswerWithoutEndGivesNothing) {
+  for (const char* head : {"Content-Length: 400000000\r\n", ""}) {
     HttpServer server([&](Connection& connection) {
-      connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n" +
-                      std::string(size) + "\r\n{}\r\n0\r\n\r\n");
+      connection.send("HTTP/1.1 200 OK\r\n" + std::string(head) + "\r\n");
+      const std::string megabyte(1 << 20, ' ');
+      for (int i = 0; i < 300; ++i) connection.send(megabyte);
+      connection.waitUntilClosed();
     });
     UrlSession session(5);
-    EXPECT_EQ(fetch(session, server.url()), "{}") << size;
+    EXPECT_EQ(fetch(session, server.url()), none) << head;
   }
 }
 
-TEST(UrlSession, anAnswerWithoutEndGivesNothing) {
+TEST(UrlSession, signalsDoNotDisturbARequest) {
+  std::atomic<bool> isOver = false;
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGUSR1, &action, &before);
   HttpServer server([](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 400000000\r\n\r\n");
-    const std::string megabyte(1 << 20, ' ');
-    for (int i = 0; i < 300; ++i) connection.send(megabyte);
-    connection.waitUntilClosed();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{");
+    std::this_thread::sleep_for(200ms);
+    connection.send("}");
   });
   UrlSession session(5);
+  auto body = startFetch(session, server.url());
+  std::thread signals([&] {
+    while (!isOver) {
+      for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+        ::tgkill(::getpid(), std::stoi(entry.path().filename()), SIGUSR1);
+      }
+      std::this_thread::sleep_for(5ms);
+    }
+  });
+  EXPECT_EQ(body.get(), "{}");
+  isOver = true;
+  signals.join();
+  ::sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(UrlSession, connectionsAreLimitedAndComeBack) {
+  constexpr int limit = 64;
+  std::atomic<bool> isSilent = true;
+  HttpServer server([&](Connection& connection) {
+    if (isSilent) return connection.waitUntilClosed();
+    connection.send(response("200 OK", "{}"));
+  });
+  auto session = std::make_unique<UrlSession>(60);
+  std::vector<std::future<std::optional<std::string>>> silent;
+  for (int i = 0; i < limit; ++i) silent.push_back(startFetch(*session, server.url()));
+  while (server.requests().size() < limit) std::this_thread::sleep_for(1ms);
+  isSilent = false;
+  EXPECT_EQ(fetch(*session, server.url()), none);
+  EXPECT_EQ(server.requests().size(), std::size_t{limit});
+  session.reset();
+  for (auto& body : silent) EXPECT_EQ(body.get(), none);
+}
+
+TEST(UrlSession, withoutAThreadThereIsNoBody) {
+  HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
+  UrlSession session(5);
+  pthread_attr_t usual;
+  pthread_attr_t boundless;
+  ::pthread_getattr_default_np(&usual);
+  ::pthread_attr_init(&boundless);
+  ::pthread_attr_setstacksize(&boundless, std::size_t{1} << 46U);
+  ::pthread_setattr_default_np(&boundless);
   EXPECT_EQ(fetch(session, server.url()), none);
+  ::pthread_setattr_default_np(&usual);
+  EXPECT_EQ(fetch(session, server.url()), "{}");
+  ::pthread_attr_destroy(&boundless);
+  ::pthread_attr_destroy(&usual);
+}
+
+TEST(UrlSession, aRequestNamesItsHostAndItsQuery) {
+  HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
+  const std::string authority = server.url("").substr(std::string("http://").size());
+  const std::vector<std::pair<std::string, std::string>> targets = {
+      {"", "/"},
+      {"/", "/"},
+      {"?a=b", "/?a=b"},
+      {"/a/../b?c=%20d&e=f#g", "/a/../b?c=%20d&e=f"},
+      {"/\xC3\xA9", "/%C3%A9"},
+  };
+  UrlSession session(5);
+  for (const auto& [target, sent] : targets) {
+    EXPECT_EQ(fetch(session, server.url(target)), "{}") << target;
+    EXPECT_EQ(server.requests().back(), "GET " + sent + " HTTP/1.1\r\nHost: " + authority +
+                                            "\r\nAccept-Encoding: identity\r\n"
+                                            "Connection: close\r\n\r\n");
+  }
+}
+
+TEST(UrlSession, aRedirectCannotAddToTheRequest) {
+  HttpServer server([](Connection& connection) {
+    const bool isFirst = connection.request.starts_with("GET /first ");
+    connection.send(isFirst ? "HTTP/1.1 302 Found\r\nLocation: /a b\rX: y\tz\r\n"
+                              "Content-Length: 0\r\n\r\n"
+                            : response("200 OK", "{}"));
+  });
+  UrlSession session(5);
+  EXPECT_EQ(fetch(session, server.url("/first")), "{}");
+  ASSERT_EQ(server.requests().size(), 2U);
+  EXPECT_TRUE(server.requests()[1].starts_with("GET /a%20b%0DX:%20y%09z HTTP/1.1\r\n"))
+      << server.requests()[1];
 }
 
 TEST(UrlSession, anAnswerThatAsksForProxyCredentialsIsAnAnswer) {
