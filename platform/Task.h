@@ -13,7 +13,7 @@ class Task {
  public:
   enum class Output {
     inherited,  ///< standard output and standard error are the application's own
-    captured,   ///< each goes to a pipe of its own; the one of standard error is never read
+    captured,   ///< standard output is kept to be read afterwards, standard error for nobody
   };
 
   /// `arguments` leaves out the executable's own name.

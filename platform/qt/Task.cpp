@@ -1,54 +1,120 @@
 #include "platform/Task.h"
 
-#include <QProcess>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
 #include <utility>
 
 #include "platform/Error.h"
-#include "platform/qt/Conversions.h"
 
 namespace platform {
 
+namespace {
+
+/// What the child gets in place of what the application has.
+class ChildSettings {
+ public:
+  ChildSettings() {
+    ::posix_spawn_file_actions_init(&files);
+    ::posix_spawnattr_init(&attributes);
+    // The session bus's library has the application ignore it, and so would the child.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    ::posix_spawnattr_setsigdefault(&attributes, &signals);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+  }
+  ~ChildSettings() {
+    ::posix_spawnattr_destroy(&attributes);
+    ::posix_spawn_file_actions_destroy(&files);
+  }
+  ChildSettings(const ChildSettings&) = delete;
+  ChildSettings& operator=(const ChildSettings&) = delete;
+
+  posix_spawn_file_actions_t files;
+  posix_spawnattr_t attributes;
+};
+
+}  // namespace
+
+/// Captured output goes to a file in memory: it has room for all, needs nobody to read it
+/// meanwhile, and its reader does not wait for whom the child passed it on to.
 struct Task::Implementation {
-  QProcess process;
+  ~Implementation() {
+    if (pid != 0) ::kill(pid, SIGKILL);
+    wait();
+    if (output != -1) ::close(output);
+  }
+
+  void wait() {
+    if (pid == 0) return;
+    while (::waitpid(pid, nullptr, 0) == -1 && errno == EINTR) {
+    }
+    pid = 0;
+  }
+
+  std::vector<std::string> arguments;  ///< the program is the first
+  bool isCaptured;
+  pid_t pid = 0;  ///< of the running process
+  int output = -1;
 };
 
 Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
            Output output)
     : implementation(std::make_unique<Implementation>()) {
-  QProcess& process = implementation->process;
-  // Absolute, so that a bare name is never looked for in $PATH.
-  process.setProgram(toQString(std::filesystem::absolute(executableUrl).native()));
-  QStringList list;
-  for (const std::string& argument : arguments) list.append(toQString(argument));
-  process.setArguments(list);
-  process.setInputChannelMode(QProcess::ForwardedInputChannel);
-  if (output == Output::captured) {
-    // Nobody reads it, so that it needs no memory either; and no child has to wait for a reader.
-    process.setStandardErrorFile(QProcess::nullDevice());
-  } else {
-    process.setProcessChannelMode(QProcess::ForwardedChannels);
-  }
+  implementation->arguments = {std::filesystem::absolute(executableUrl).native()};
+  implementation->arguments.insert(implementation->arguments.end(), arguments.begin(),
+                                   arguments.end());
+  implementation->isCaptured = output == Output::captured;
 }
 
-/// QProcess kills a child that nobody waited for.
+/// A process that nobody waited for is killed.
 Task::~Task() = default;
 
 void Task::launch() {
-  QProcess& process = implementation->process;
-  process.start();
-  if (process.waitForStarted(-1)) return;
-  throw Error("QProcess", process.error(),
-              "The program “" + fromQString(process.program()) +
-                  "” couldn’t be started: " + fromQString(process.errorString()) + ".");
+  Implementation& task = *implementation;
+  const auto check = [&](int error) {
+    if (error == 0) return;
+    const std::error_code code(error, std::generic_category());
+    throw Error(code.category().name(), code.value(),
+                "The program “" + task.arguments.front() +
+                    "” couldn’t be started: " + code.message() + ".");
+  };
+  ChildSettings settings;
+  if (task.isCaptured) {
+    task.output = ::memfd_create("output", MFD_CLOEXEC);
+    if (task.output == -1) check(errno);
+    check(::posix_spawn_file_actions_adddup2(&settings.files, task.output, STDOUT_FILENO));
+    check(::posix_spawn_file_actions_addopen(&settings.files, STDERR_FILENO, "/dev/null", O_WRONLY,
+                                             0));
+  }
+  std::vector<char*> arguments;
+  for (std::string& argument : task.arguments) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  pid_t pid = 0;
+  check(::posix_spawn(&pid, arguments.front(), &settings.files, &settings.attributes,
+                      arguments.data(), environ));
+  task.pid = pid;
 }
 
 void Task::waitUntilExit() {
-  QProcess& process = implementation->process;
-  if (process.state() != QProcess::NotRunning) process.waitForFinished(-1);
+  implementation->wait();
 }
 
 std::string Task::readStandardOutputToEnd() {
-  return implementation->process.readAllStandardOutput().toStdString();
+  const int output = implementation->output;
+  if (output == -1) return {};
+  std::string content(static_cast<std::size_t>(::lseek(output, 0, SEEK_END)), '\0');
+  const ssize_t size = ::pread(output, content.data(), content.size(), 0);
+  content.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return content;
 }
 
 }  // namespace platform

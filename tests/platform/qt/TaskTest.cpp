@@ -1,9 +1,15 @@
 #include "platform/Task.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <string>
+
+#include "TemporaryFolder.h"
 
 namespace {
 
@@ -28,6 +34,28 @@ TEST(Task, aGrandchildThatHoldsThePipeOpenIsNotWaitedFor) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(outputOf("sleep 20 & echo $!").find_first_not_of("0123456789\n"), std::string::npos);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+}
+
+TEST(Task, whatTheApplicationIgnoresStillEndsAChild) {
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ(outputOf("kill -PIPE $$; echo alive"), "");
+  std::signal(SIGPIPE, before);
+}
+
+TEST(Task, aChildThatNobodyWaitedForEndsWithItsTask) {
+  const TemporaryFolder folder;
+  const std::string pipe = folder / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  int reader = -1;
+  {
+    Task task("/bin/sh", {"-c", "exec sleep 60 > \"$0\"", pipe});
+    task.launch();
+    reader = ::open(pipe.c_str(), O_RDONLY | O_CLOEXEC);  // waits for the child to open it
+  }
+  ::fcntl(reader, F_SETFL, O_NONBLOCK);
+  char byte = 0;
+  EXPECT_EQ(::read(reader, &byte, 1), 0);  // nobody has it open any more
+  ::close(reader);
 }
 
 }  // namespace
