@@ -8,80 +8,93 @@
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
-#include <QSvgRenderer>
 #include <QSystemTrayIcon>
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "platform/qt/Conversions.h"
 #include "platform/qt/MenuRendering.h"
 #include "platform/qt/Rendering.h"
+#include "platform/qt/SymbolMasks.h"
 #include "platform/qt/SystemTray.h"
 
 namespace platform {
 
 namespace {
 
-void drawTitle(QPainter& painter, const std::string& title, const QRect& bounds) {
-  if (title.empty()) return;  // as before the first poll: loading a font would delay the icon
-  QFont font = QApplication::font();
-  font.setPixelSize(bounds.height());
-  painter.setFont(font);
-  painter.drawText(bounds, Qt::AlignCenter | Qt::TextSingleLine, toQString(title));
+/// The title as an icon of that size.
+QImage titleMask(const std::string& title, int size) {
+  QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+  image.fill(Qt::transparent);
+  if (!title.empty()) {  // as before the first poll: loading a font would delay the icon
+    QPainter painter(&image);
+    QFont font = QApplication::font();
+    font.setPixelSize(size);
+    painter.setFont(font);
+    painter.drawText(image.rect(), Qt::AlignCenter | Qt::TextSingleLine, toQString(title));
+  }
+  return image.convertToFormat(QImage::Format_Alpha8);
 }
 
-/// Colours of an icon. One that is not valid is not used.
+SymbolMasks masks(const StatusBarButton& button) {
+  if (button.image) {
+    if (const auto drawing = symbolDrawing(button.image->systemSymbolName)) {
+      return masksOf(*drawing);
+    }
+  }
+  SymbolMasks masks;
+  std::ranges::transform(iconSizes, masks.begin(),
+                         [&](int size) { return titleMask(button.title, size); });
+  return masks;
+}
+
 struct Ink {
-  QColor fill;  ///< of everything that the drawing covers; else the drawing keeps its own colours
-  QColor rim;   ///< around it
+  QColor fill;  ///< of all that the mask covers
+  QColor rim;   ///< around it, if valid
   friend bool operator==(const Ink&, const Ink&) = default;
 };
 
-QImage filled(QImage image, const QColor& color) {
-  QPainter painter(&image);
-  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-  painter.fillRect(image.rect(), color);
-  return image;
-}
+/// What `mask` covers, in `ink`. QPainter would do it too, and take half a megabyte for it.
+QImage inked(const QImage& mask, const Ink& ink) {
+  const int size = mask.width();
+  const int reach = std::max(1, size / 24);
+  const int stride = size + 2 * reach;
+  const auto at = [&](int x, int y) {
+    return static_cast<std::size_t>((y + reach) * stride + x + reach);
+  };
+  std::vector<uchar> coverage(at(stride, stride));  // with a margin that is not covered
+  for (int y = 0; y < size; ++y) std::copy_n(mask.constScanLine(y), size, &coverage[at(0, y)]);
+  const auto coverageAround = [&](int x, int y) {
+    uchar most = 0;
+    for (const int dy : {-reach, 0, reach}) {
+      for (const int dx : {-reach, 0, reach}) most = std::max(most, coverage[at(x + dx, y + dy)]);
+    }
+    return int{most};
+  };
 
-QImage rimmed(const QImage& image, const QColor& color) {
-  const QImage shadow = filled(image, color);
-  const int width = std::max(1, image.width() / 24);
-  QImage result(image.size(), image.format());
-  result.fill(Qt::transparent);
-  QPainter painter(&result);
-  for (const int x : {-width, 0, width}) {
-    for (const int y : {-width, 0, width}) painter.drawImage(x, y, shadow);
+  const QRgb filling = ink.fill.rgb();
+  const QRgb rimming = ink.rim.rgb();
+  QImage image(mask.size(), QImage::Format_ARGB32_Premultiplied);
+  for (int y = 0; y < size; ++y) {
+    auto* const row = reinterpret_cast<QRgb*>(image.scanLine(y));
+    for (int x = 0; x < size; ++x) {
+      const int fill = coverage[at(x, y)];
+      const int rim = ink.rim.isValid() ? coverageAround(x, y) * (255 - fill) / 255 : 0;
+      const auto blend = [&](int filled, int rimmed) {
+        return (filled * fill + rimmed * rim) / 255;
+      };
+      row[x] = qRgba(blend(qRed(filling), qRed(rimming)), blend(qGreen(filling), qGreen(rimming)),
+                     blend(qBlue(filling), qBlue(rimming)), fill + rim);
+    }
   }
-  painter.drawImage(0, 0, image);
-  return result;
+  return image;
 }
 
 /// The button at all sizes that bars ask for.
 QIcon icon(const StatusBarButton& button, const Ink& ink) {
-  QSvgRenderer symbol;
-  if (button.image) {
-    if (const auto drawing = symbolDrawing(button.image->systemSymbolName)) {
-      symbol.load(QString::fromStdString(drawing->string()));
-      symbol.setAspectRatioMode(Qt::KeepAspectRatio);
-    }
-  }
   QIcon icon;
-  for (const int size : {16, 22, 24, 32, 44, 48, 64}) {
-    QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    QPainter painter(&image);
-    painter.setRenderHint(QPainter::Antialiasing);
-    if (button.image) {
-      symbol.render(&painter, image.rect());
-    } else {
-      drawTitle(painter, button.title, image.rect());
-    }
-    painter.end();
-    if (ink.fill.isValid()) image = filled(image, ink.fill);
-    if (ink.rim.isValid()) image = rimmed(image, ink.rim);
-    icon.addPixmap(QPixmap::fromImage(image));
-  }
+  for (const QImage& mask : masks(button)) icon.addPixmap(QPixmap::fromImage(inked(mask, ink)));
   return icon;
 }
 
@@ -125,7 +138,7 @@ struct StatusItem::Implementation : QObject {
 
   Ink ink() const {
     if (button.contentTintColor) return {toQColor(*button.contentTintColor), {}};
-    if (button.image && !button.image->isTemplate) return {};
+    if (button.image && !button.image->isTemplate) return {Qt::black, {}};
     if (!exported) {
       if (const auto foreground = SystemTray::foreground()) return {*foreground, {}};
     }

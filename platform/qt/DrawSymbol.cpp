@@ -1,0 +1,15 @@
+// Run by the build: draws the symbol in the file of the first argument ahead, into that of the
+// second.
+
+#include <cstdlib>
+#include <fstream>
+
+#include "platform/qt/SymbolMasks.h"
+
+int main(int argc, char** argv) {
+  if (argc != 3) return EXIT_FAILURE;
+  std::ofstream file(argv[2], std::ios::binary);
+  file << platform::drawnAhead(argv[1]).toStdString();
+  file.close();
+  return file ? EXIT_SUCCESS : EXIT_FAILURE;
+}
