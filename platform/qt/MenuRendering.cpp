@@ -141,19 +141,28 @@ std::unique_ptr<QMenu> popupMenu(const Menu& menu) {
   return rendered;
 }
 
+ExportedMenu::ExportedMenu(const Menu& menu) {
+  addItems(*this, menu, exportedTitle);
+}
+
 // Qt frees what it exported of an entry when the entry is removed, and only then.
 ExportedMenu::~ExportedMenu() {
   clear();
-}
-
-void ExportedMenu::fill(const Menu& menu) {
-  addItems(*this, menu, exportedTitle);
 }
 
 void ExportedMenu::update(const Menu& menu) {
   for (std::size_t i = 0; i < menu.items.size(); ++i) {
     QAction& action = *actions()[static_cast<qsizetype>(i)];
     if (!action.isSeparator()) updateAction(action, menu.items[i], exportedTitle);
+  }
+}
+
+void ExportedMenu::announce() {
+  // Higher than Qt ever counts by itself, and it counts anew for each menu: there are panels that
+  // read only what has a higher number than what they have read.
+  static unsigned revision = 1'000'000;
+  if (QObject* object = busObject()) {
+    QMetaObject::invokeMethod(object, "updated", Q_ARG(unsigned, ++revision), Q_ARG(int, 0));
   }
 }
 

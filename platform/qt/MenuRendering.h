@@ -14,15 +14,17 @@ std::unique_ptr<QMenu> popupMenu(const Menu& menu);
 /// right on the screen.
 class ExportedMenu : public QMenu {
  public:
-  ExportedMenu() = default;
+  explicit ExportedMenu(const Menu& menu);
   ~ExportedMenu() override;
   ExportedMenu(const ExportedMenu&) = delete;
   ExportedMenu& operator=(const ExportedMenu&) = delete;
 
-  /// Makes the menu, empty until now, show `menu`. Panels that watch it are told.
-  void fill(const Menu& menu);
-  /// Makes it show `menu`, which has the same commands as what it shows now.
+  /// Makes it show `menu`, which has the same commands as what it shows now. Panels are told.
   void update(const Menu& menu);
+
+  /// Tells panels that this menu has taken the place of another: once, where adding its entries
+  /// under their eyes would have them read it again for each.
+  void announce();
 
   /// Carries out the calls that have arrived for the menu.
   void answerCalls();

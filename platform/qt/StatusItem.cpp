@@ -109,11 +109,9 @@ struct StatusItem::Implementation : QObject {
     if (!icon) {
       icon = std::make_unique<QSystemTrayIcon>();
       connect(icon.get(), &QSystemTrayIcon::activated, this, [this] { open(); });
-      exported = std::make_unique<ExportedMenu>();
+      exported = std::make_unique<ExportedMenu>(menu);
       icon->setContextMenu(exported.get());
-      if (exported->platformMenu()) {
-        exported->fill(menu);
-      } else {
+      if (!exported->platformMenu()) {
         icon->setContextMenu(nullptr);
         exported.reset();
       }
@@ -200,13 +198,13 @@ void StatusItem::setMenu(const Menu& menu) {
     implementation->exported->update(menu);
     return;
   }
-  auto exported = std::make_unique<ExportedMenu>();
+  auto exported = std::make_unique<ExportedMenu>(menu);
   // Qt frees what answers the old menu's calls when the icon lets go of it, and would then pass on
   // to it those that were on their way.
   implementation->exported->answerCalls();
   implementation->icon->setContextMenu(exported.get());
   implementation->exported->refuseCalls();
-  exported->fill(menu);
+  exported->announce();
   implementation->retired = std::exchange(implementation->exported, std::move(exported));
 }
 

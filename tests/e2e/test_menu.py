@@ -6,6 +6,7 @@ import pytest
 
 from e2e_harness import GUARD_ID, SERVICE_ID, colors, minutes_ago
 from desktop import product
+from desktop.notifier import MENU
 from desktop.processes import wait_for
 
 STATES = list(product.STATES)
@@ -15,6 +16,9 @@ def test_the_menu_follows_the_service(application, service):
     application.start()
     application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
     icon, tooltip = application.item().icon, application.item().tooltip
+    announced = []
+    application.desktop.host.bus.subscribe(lambda _sender, _path, arguments: announced.append(arguments),
+                                           MENU, "LayoutUpdated")
 
     service.status.update(state="revoked", last_heartbeat=minutes_ago(180))
     application.wait_for_titles(product.menu("revoked", "3 h ago", SERVICE_ID), timeout=25)
@@ -22,6 +26,10 @@ def test_the_menu_follows_the_service(application, service):
     assert application.item().tooltip == product.tooltip("revoked")
     assert application.item().icon != icon
     assert len(service.requests) == 2
+    # Panels read a menu again for each word of a new one, and some only if its number is higher.
+    [(revision, parent)] = announced
+    assert parent == 0
+    assert revision > application.item().call_menu("GetLayout", "(iias)", 0, -1, [])[0]
 
 
 @pytest.mark.parametrize("state", STATES)

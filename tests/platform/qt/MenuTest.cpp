@@ -30,8 +30,7 @@ class RenderedMenu : public testing::Test {
   }
 
   QString exportedText(const std::string& title) {
-    ExportedMenu exported;
-    exported.fill(menu(title));
+    ExportedMenu exported(menu(title));
     return exported.actions()[2]->text();
   }
 
@@ -131,8 +130,7 @@ TEST_F(RenderedMenu, aKeyAloneOrWithMoreModifiersDoesNothing) {
 }
 
 TEST_F(RenderedMenu, aMenuWithTheSameCommandsIsUpdatedInPlace) {
-  ExportedMenu exported;
-  exported.fill(menu("old"));
+  ExportedMenu exported(menu("old"));
   const auto actions = exported.actions();
   ASSERT_TRUE(haveSameCommands(menu("old"), menu("new")));
   exported.update(menu("new"));
