@@ -1,12 +1,12 @@
 #include "model/FatalError.h"
 
+#include <cstdio>
 #include <cstdlib>
-#include <iostream>
 
 namespace pellix {
 
 void fatalError(std::string_view message) {
-  std::cerr << "Fatal error: " << message << std::endl;
+  std::fprintf(stderr, "Fatal error: %.*s\n", static_cast<int>(message.size()), message.data());
   std::abort();
 }
 

@@ -1,16 +1,18 @@
 #include "platform/Application.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
 #include <QApplication>
+#include <QByteArrayList>
+#include <QFile>
 #include <QWidget>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -92,6 +94,11 @@ struct Application::Implementation {
 };
 
 Application::Application() {
+  // The few threads never wait for memory, but each would hold some back for itself.
+  ::mallopt(M_ARENA_MAX, 1);
+  // As it is by default, but fixed: else it grows with the largest answer ever freed, and the
+  // process keeps up to 64 MiB.
+  ::mallopt(M_TRIM_THRESHOLD, 128 * 1024);
   qInstallMessageHandler(dropMessage);
   // Windows are described to assistive technology from the start, not only from the moment when a
   // screen reader asks the session for it.
@@ -141,9 +148,12 @@ void Application::terminate() {
 }
 
 std::vector<std::string> Application::arguments() {
-  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  QFile file(u"/proc/self/cmdline"_s);
+  if (!file.open(QIODevice::ReadOnly)) return {};
+  QByteArrayList parts = file.readAll().split('\0');
+  parts.removeLast();  // what follows the last one's end
   std::vector<std::string> arguments;
-  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+  for (const QByteArray& part : parts) arguments.push_back(part.toStdString());
   return arguments;
 }
 

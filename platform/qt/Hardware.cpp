@@ -1,17 +1,19 @@
 #include "platform/Hardware.h"
 
-#include <fstream>
+#include <QByteArray>
+#include <QFile>
 
 #include "platform/qt/MachineId.h"
+
+using namespace Qt::StringLiterals;
 
 namespace platform {
 
 std::optional<std::string> platformUuid() {
-  std::ifstream file("/etc/machine-id", std::ios::binary);
-  std::string content(64, '\0');  // more than a well-formed one has
-  file.read(content.data(), static_cast<std::streamsize>(content.size()));
-  content.resize(static_cast<std::size_t>(file.gcount()));
-  return uuidFromMachineId(content);
+  QFile file(u"/etc/machine-id"_s);
+  if (!file.open(QIODevice::ReadOnly)) return {};
+  const QByteArray content = file.read(64);  // a well-formed one has less
+  return uuidFromMachineId({content.data(), static_cast<std::size_t>(content.size())});
 }
 
 }  // namespace platform

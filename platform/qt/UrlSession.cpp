@@ -79,11 +79,7 @@ std::optional<QUrl> redirectOf(const HttpResponse& response, const QUrl& url) {
 
 struct UrlSession::Implementation {
   explicit Implementation(double timeoutIntervalForRequest)
-      : timeout(std::max(toMilliseconds(timeoutIntervalForRequest), 1)) {
-    // As it is by default, but fixed: else it grows with the largest answer ever freed, and the
-    // process keeps up to 64 MiB.
-    ::mallopt(M_TRIM_THRESHOLD, 128 * 1024);
-  }
+      : timeout(std::max(toMilliseconds(timeoutIntervalForRequest), 1)) {}
 
   ~Implementation() {
     using namespace std::chrono_literals;
