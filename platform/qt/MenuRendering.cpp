@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QPainter>
 #include <QProxyStyle>
 #include <QScreen>
 #include <QStyleOptionMenuItem>
@@ -16,9 +17,14 @@ namespace platform {
 
 namespace {
 
+QColor faded(QColor color, float opacity) {
+  color.setAlphaF(opacity);
+  return color;
+}
+
 /// Keeps a menu narrower than the screen: titles that are too long are elided where they are drawn,
-/// and stay whole for everything else.
-class BoundedMenuStyle : public QProxyStyle {
+/// and stay whole for everything else. Its separators are seen on dark menus too.
+class MenuStyle : public QProxyStyle {
  public:
   QSize sizeFromContents(ContentsType type, const QStyleOption* option, const QSize& size,
                          const QWidget* widget) const override {
@@ -32,6 +38,12 @@ class BoundedMenuStyle : public QProxyStyle {
     const auto* item = qstyleoption_cast<const QStyleOptionMenuItem*>(option);
     if (element != CE_MenuItem || !item) {
       return QProxyStyle::drawControl(element, option, painter, widget);
+    }
+    if (item->menuItemType == QStyleOptionMenuItem::Separator) {
+      constexpr int margin = 4;
+      const QRect middle(item->rect.left() + margin, item->rect.center().y(),
+                         item->rect.width() - 2 * margin, 1);
+      return painter->fillRect(middle, faded(item->palette.color(QPalette::Text), 0.2F));
     }
     const qsizetype keyColumn = item->text.indexOf(u'\t');
     const QString title = item->text.left(keyColumn);
@@ -61,7 +73,7 @@ class PopupMenu : public QMenu {
   PopupMenu() {
     setToolTipsVisible(true);
     setPalette(readablePalette());
-    auto* style = new BoundedMenuStyle;
+    auto* style = new MenuStyle;
     style->setParent(this);
     setStyle(style);
   }
@@ -70,10 +82,9 @@ class PopupMenu : public QMenu {
   /// Entries that cannot be picked may still be what the user opened the menu to read.
   static QPalette readablePalette() {
     QPalette palette = QApplication::palette();
-    QColor faded = palette.color(QPalette::Active, QPalette::Text);
-    faded.setAlphaF(0.6F);
-    palette.setColor(QPalette::Disabled, QPalette::Text, faded);
-    palette.setColor(QPalette::Disabled, QPalette::WindowText, faded);
+    const QColor text = faded(palette.color(QPalette::Active, QPalette::Text), 0.6F);
+    palette.setColor(QPalette::Disabled, QPalette::Text, text);
+    palette.setColor(QPalette::Disabled, QPalette::WindowText, text);
     return palette;
   }
 

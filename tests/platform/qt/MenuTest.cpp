@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QMenu>
 #include <QTest>
+#include <algorithm>
+#include <cstdlib>
 #include <string>
 
 #include "Commands.h"
@@ -158,6 +161,26 @@ TEST_F(RenderedMenu, anItemWithoutATrayTakesWhateverItIsGiven) {
   item.setMenu(menu("new"));
   item.setMenu({});
   runMainLoop(0.05);
+}
+
+TEST_F(RenderedMenu, separatorsAreSeenOnAnyPalette) {
+  const QPalette usual = QApplication::palette();
+  for (const QColor& background : {QColor(Qt::white), QColor(27, 30, 32), QColor(Qt::black)}) {
+    QPalette palette(background.lightness() < 128 ? QColor(49, 54, 59) : QColor(239, 239, 239),
+                     background);
+    palette.setColor(QPalette::Base, background);
+    QApplication::setPalette(palette);
+    const auto rendered = popupMenu(menu("ID"));
+    const QImage picture = rendered->grab().toImage();
+    const QRect separator = rendered->actionGeometry(rendered->actions()[1]);
+    int contrast = 0;
+    for (int y = separator.top(); y <= separator.bottom(); ++y) {
+      const int lightness = picture.pixelColor(separator.center().x(), y).lightness();
+      contrast = std::max(contrast, std::abs(lightness - background.lightness()));
+    }
+    EXPECT_GE(contrast, 25) << background.lightness();
+  }
+  QApplication::setPalette(usual);
 }
 
 }  // namespace
