@@ -120,6 +120,21 @@ def test_copying_and_closing_at_once_harms_nothing(application, window):
     assert application.desktop.clipboard() == GUARD_ID
 
 
+@pytest.mark.parametrize("title", [product.COPY, product.DONE])
+def test_the_keyboard_alone_reaches_every_button(application, window, title):
+    button = window.find("push button", title)
+    for _ in range(2):
+        if button.has("focused"):
+            break
+        application.desktop.press("Tab")
+    wait_for("the focus", lambda: button.has("focused"))
+    application.desktop.press("space")
+    if title == product.COPY:
+        wait_for("the copy", lambda: application.desktop.clipboard() == GUARD_ID)
+    else:
+        wait_for("the end of the window", lambda: not application.windows())
+
+
 @pytest.mark.parametrize("way", ["Return", "KP_Enter", "Done", "close", "Return after Tab"])
 def test_it_closes(application, window, way):
     if way == "Done":
