@@ -7,7 +7,7 @@ import os
 import shutil
 import subprocess
 
-from desktop import processes
+from desktop import files, processes
 from desktop.product import SEPARATOR, STARTING
 from desktop.session import BAR_HEIGHT
 
@@ -40,23 +40,30 @@ def copy_bundle(folder):
     shutil.copytree(BUILT, folder, symlinks=True)
 
 
-class Application:
-    """velmor-pellix on one desktop, in a copy of build/bin that may be changed at will."""
+class Installation:
+    """A copy of build/bin, to be changed at will, and what it installs into its home folder."""
 
-    def __init__(self, desktop, bundle=None):
-        self.desktop = desktop
-        self.bundle = bundle or desktop.path("bundle")
-        self.home = desktop.home
-        self.support = os.path.join(self.home, "Library", "Application Support", "VelmorPellix")
-        self.agents = os.path.join(self.home, "Library", "LaunchAgents")
-        self.defaults_file = os.path.join(self.home, ".config", "Velmor", "Pellix.conf")
-        self.user_id = os.getuid() if desktop.user is None else desktop.user
-        self.launchctl_log = desktop.path("launchctl.log")
-        self.process = None
-        copy_bundle(self.bundle)
+    def __init__(self, folder, home):
+        self.bundle = folder
+        self.home = home
+        self.support = os.path.join(home, "Library", "Application Support", "VelmorPellix")
+        self.agents = os.path.join(home, "Library", "LaunchAgents")
+        self.installed_guard = os.path.join(self.support, "velmor-guard")
+        # In the order in which they are written.
+        self.installed_files = [os.path.join(self.support, "managed.json"), self.installed_guard,
+                                os.path.join(self.agents, "com.velmor.pellix.plist"),
+                                os.path.join(self.agents, "com.velmor.pellix.menubar.plist")]
+        self.defaults_file = os.path.join(home, ".config", "Velmor", "Pellix.conf")
+        copy_bundle(folder)
         os.makedirs(self.agents, exist_ok=True)
 
-    # Its surroundings --------------------------------------------------------
+    @property
+    def executable(self):
+        return os.path.join(self.bundle, PROGRAM)
+
+    @property
+    def launchctl_tool(self):
+        return os.path.join(self.bundle, "launchctl")
 
     def resource(self, *parts):
         return os.path.join(self.bundle, "resources", *parts)
@@ -65,16 +72,37 @@ class Application:
         os.remove(self.resource(*parts))
 
     def bundle_guard(self, content):
-        """Bundles these bytes as the service binary."""
-        if isinstance(content, str):
-            content = content.encode()
-        with open(self.resource("velmor-guard"), "wb") as file:
-            file.write(content)
-        os.chmod(self.resource("velmor-guard"), 0o755)
+        """Bundles this as the service binary."""
+        files.write_program(content, self.resource("velmor-guard"))
+
+    def set_defaults(self, **values):
+        files.write("[General]\n" + "".join(f"{key}={value}\n" for key, value in values.items()),
+                    self.defaults_file)
+
+    def installed_content(self, root=""):
+        """What each installed file holds, by its path; None where there is none. `root` leads to
+        the disk that it is on."""
+        content = dict.fromkeys(self.installed_files)
+        for path in content:
+            with contextlib.suppress(FileNotFoundError):
+                content[path] = files.read(root + path)
+        return content
+
+
+class Application(Installation):
+    """velmor-pellix on one desktop."""
+
+    def __init__(self, desktop, bundle=None):
+        super().__init__(bundle or desktop.path("bundle"), desktop.home)
+        self.desktop = desktop
+        self.user_id = os.getuid() if desktop.user is None else desktop.user
+        self.launchctl_log = desktop.path("launchctl.log")
+        self.process = None
+
+    # Its surroundings --------------------------------------------------------
 
     def bundle_standin_guard(self):
-        with open(STANDIN_GUARD, "rb") as file:
-            self.bundle_guard(file.read())
+        self.bundle_guard(files.read(STANDIN_GUARD))
 
     def bundle_scripted_guard(self, output='{"device_id": "GEN-guard"}'):
         """Bundles a service binary that prints `output` for `id --json`."""
@@ -82,36 +110,26 @@ class Application:
         self.bundle_guard(GUARD.format(folder=self.desktop.folder))
 
     def set_guard_output(self, output):
-        if isinstance(output, str):
-            output = output.encode()
-        with open(self.desktop.path("guard.output"), "wb") as file:
-            file.write(output)
+        files.write(output, self.desktop.path("guard.output"))
 
     def guard_calls(self):
-        return read_lines(self.desktop.path("guard.log"))
+        return files.read_lines(self.desktop.path("guard.log"))
 
     def record_launchctl(self):
         """Puts a tool in launchctl's place that only notes how it was called."""
-        with open(os.path.join(self.bundle, "launchctl"), "w", encoding="utf-8") as file:
-            file.write(LAUNCHCTL_RECORDER.format(log=self.launchctl_log))
+        files.write_program(LAUNCHCTL_RECORDER.format(log=self.launchctl_log), self.launchctl_tool)
 
     def use_standin_launchctl(self):
         """Puts the stand-in back that the build bundles."""
         shutil.copy(os.path.join(BUILT, "launchctl"), self.bundle)
 
     def launchctl_calls(self):
-        return [json.loads(line) for line in read_lines(self.launchctl_log)]
+        return [json.loads(line) for line in files.read_lines(self.launchctl_log)]
 
     def launchctl(self, *arguments):
-        return subprocess.run([os.path.join(self.bundle, "launchctl"), *arguments],
+        return subprocess.run([self.launchctl_tool, *arguments],
                               env=self.desktop.environment, stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=60, check=False)
-
-    def set_defaults(self, **values):
-        os.makedirs(os.path.dirname(self.defaults_file), exist_ok=True)
-        with open(self.defaults_file, "w", encoding="utf-8") as file:
-            file.write("[General]\n")
-            file.writelines(f"{key}={value}\n" for key, value in values.items())
 
     def defaults(self):
         parser = configparser.ConfigParser()
@@ -120,9 +138,9 @@ class Application:
 
     # Its runs ----------------------------------------------------------------
 
-    def start(self, *arguments):
-        self.process = self.desktop.start("application", os.path.join(self.bundle, PROGRAM),
-                                          *arguments)
+    def start(self, *arguments, wrapper=()):
+        """`wrapper` is a command that starts the program in its turn."""
+        self.process = self.desktop.start("application", *wrapper, self.executable, *arguments)
 
     @property
     def pid(self):
@@ -177,8 +195,7 @@ class Application:
     def bar_icon(self, timeout=10.0):
         """Frame of the icon in the menu bar."""
         def look():
-            windows = self.desktop.x_windows("--class", PROGRAM)
-            frames = [self.desktop.x_frame(window) for window in windows]
+            frames = [self.desktop.x_frame(window) for window in self.x_windows()]
             return [frame for frame in frames if frame[1] < BAR_HEIGHT and frame[2] > 1]
         return processes.wait_for("the icon in the menu bar", look, timeout)[0]
 
@@ -193,7 +210,7 @@ class Application:
 
     def popups(self):
         """The X windows of this program that no window manager manages: menus and tooltips."""
-        return [window for window in self.desktop.x_windows("--class", PROGRAM)
+        return [window for window in self.x_windows()
                 if self.desktop.x_frame(window)[3] > BAR_HEIGHT and
                 b"not found" in self.desktop.run("xprop", "-id", window, "WM_STATE")]
 
@@ -210,14 +227,14 @@ class Application:
 
     # Its windows -------------------------------------------------------------
 
+    def x_windows(self):
+        return self.desktop.x_windows("--class", PROGRAM)
+
     def window(self, title=None, timeout=10.0):
         return self.desktop.accessibility.window(self.pid, title, timeout)
 
     def windows(self):
         return self.desktop.accessibility.windows(self.pid)
 
-
-def read_lines(path):
-    with contextlib.suppress(FileNotFoundError), open(path, encoding="utf-8") as file:
-        return file.read().splitlines()
-    return []
+    def wait_for_no_windows(self):
+        processes.wait_for("the end of the window", lambda: not self.windows())

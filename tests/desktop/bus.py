@@ -42,10 +42,6 @@ class Bus:
         return self.call(service, path, "org.freedesktop.DBus.Properties", "Get", "(ss)",
                          interface, name)[0]
 
-    def get_all(self, service, path, interface):
-        return self.call(service, path, "org.freedesktop.DBus.Properties", "GetAll", "(s)",
-                         interface)[0]
-
     def own_name(self, name):
         reply = self.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                           "RequestName", "(su)", name, 4)[0]

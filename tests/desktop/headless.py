@@ -4,8 +4,8 @@ import contextlib
 import os
 import time
 
-from desktop import processes
-from desktop.application import PROGRAM, copy_bundle, read_lines
+from desktop import files, processes
+from desktop.application import Installation
 
 # They note who called them, so that a killed run's last calls are not taken for the next one's.
 TOOL = """#!/bin/sh
@@ -16,51 +16,23 @@ CALLS = ("mkdir openat write flock fchmod sync_file_range linkat rename unlink u
          "chmod").split()  # by which the disk is changed
 GUARD_SIZE = 1 << 20
 
-MANAGED, GUARD_BINARY = "managed.json", "velmor-guard"
-SERVICE_AGENT, MENUBAR_AGENT = "com.velmor.pellix.plist", "com.velmor.pellix.menubar.plist"
 
-
-class Headless:
+class Headless(Installation):
     """velmor-pellix with a home, a bundle and quick tools of its own in `folder`."""
 
     def __init__(self, folder):
         self.folder = str(folder)
-        self.home = os.path.join(self.folder, "home")
-        self.bundle = os.path.join(self.folder, "bundle")
-        self.support = os.path.join(self.home, "Library", "Application Support", "VelmorPellix")
-        self.agents = os.path.join(self.home, "Library", "LaunchAgents")
-        # In the order in which they are written.
-        self.files = [os.path.join(self.support, MANAGED), os.path.join(self.support, GUARD_BINARY),
-                      os.path.join(self.agents, SERVICE_AGENT),
-                      os.path.join(self.agents, MENUBAR_AGENT)]
+        super().__init__(os.path.join(self.folder, "bundle"), os.path.join(self.folder, "home"))
         self.guard_log = os.path.join(self.folder, "guard.log")
         self.output = os.path.join(self.folder, "output")  # of the run that was started last
-        self.launchctl_log = os.path.join(self.folder, "launchctl.log")
-        copy_bundle(self.bundle)
-        os.makedirs(self.agents)
-        os.makedirs(os.path.join(self.home, ".config", "Velmor"))
-        with open(os.path.join(self.home, ".config", "Velmor", "Pellix.conf"), "w",
-                  encoding="ascii") as file:
-            file.write("[General]\nport=1\nvlx_welcomed=true\n")
-        self.write(os.path.join(self.bundle, "launchctl"),
-                   TOOL.format(log=self.launchctl_log).encode())
-        os.chmod(os.path.join(self.bundle, "launchctl"), 0o755)
-
-    @staticmethod
-    def write(path, content):
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "wb") as file:
-            file.write(content)
+        self.set_defaults(port=1, vlx_welcomed="true")
+        files.write_program(TOOL.format(log=os.path.join(self.folder, "launchctl.log")),
+                            self.launchctl_tool)
 
     def guard(self, version):
         """A service binary, as bytes: large enough that copying it takes a moment."""
         script = GUARD.format(log=self.guard_log).encode()
         return script + f"{version:08}\n".encode() * ((GUARD_SIZE - len(script)) // 9)
-
-    def bundle_guard(self, content):
-        path = os.path.join(self.bundle, "resources", GUARD_BINARY)
-        self.write(path, content)
-        os.chmod(path, 0o755)
 
     def start(self, *wrapper):
         self.entries_at_start = self.entries()
@@ -73,12 +45,12 @@ class Headless:
             "XDG_CONFIG_HOME": os.path.join(self.home, ".config"),
         }
         with open(self.output, "wb") as output:
-            return processes.start([*wrapper, os.path.join(self.bundle, PROGRAM)], environment,
-                                   stdout=output, stderr=output)
+            return processes.start([*wrapper, self.executable], environment, stdout=output,
+                                   stderr=output)
 
     def has_installed(self, process):
         """Whether that run has come past the install sequence, to the question that follows it."""
-        return f"{process.pid} id --json" in read_lines(self.guard_log)
+        return f"{process.pid} id --json" in files.read_lines(self.guard_log)
 
     def launch(self):
         """One whole launch: seconds from the first change on disk to the end of the sequence."""
@@ -104,33 +76,19 @@ class Headless:
                            process.poll() is not None, 60, interval=0.0005)
         return time.monotonic()
 
-    def content(self):
-        """What each file of the installation holds; None where there is none."""
-        found = {}
-        for path in self.files:
-            found[path] = None
-            with contextlib.suppress(FileNotFoundError), open(path, "rb") as file:
-                found[path] = file.read()
-        return found
-
-    def listing(self):
-        return sorted(os.path.join(where, name) for folder in (self.support, self.agents)
-                      for where, folders, names in os.walk(folder) for name in folders + names)
-
     def is_idle(self, process):
         """Whether that run waits for somebody, and not for a child."""
         def look():
             with open(f"/proc/{process.pid}/stat", encoding="ascii") as file:
                 fields = file.read().rpartition(") ")[2].split()
-            with open(f"/proc/{process.pid}/task/{process.pid}/children", encoding="ascii") as file:
-                return fields[0], fields[11:13], file.read()
+            return fields[0], fields[11:13], processes.children(process.pid)
 
         first = look()
         for _look in range(4):
             time.sleep(0.05)
             if look() != first:
                 return False
-        return first[0] == "S" and first[2] == ""
+        return first[0] == "S" and not first[2]
 
     def record_calls(self):
         """The system calls with which a launch changes the installation, in order: the name of
@@ -142,7 +100,7 @@ class Headless:
         process.kill()
         process.wait()
         calls, counts, begun = [], dict.fromkeys(CALLS, 0), False
-        for line in read_lines(trace):
+        for line in files.read_lines(trace):
             name, bracket, about = line.partition("(")
             if not bracket or name not in counts:
                 continue
@@ -150,7 +108,7 @@ class Headless:
             begun = begun or self.support in line
             if begun:
                 calls.append((name, counts[name], about))
-            if name == "rename" and MENUBAR_AGENT in line:
+            if name == "rename" and self.installed_files[-1] in line:
                 return calls
         raise AssertionError("the launch does not end as expected")
 
@@ -164,4 +122,4 @@ class Headless:
                           "-e", f"inject={name}:{fault}:when={number}")
 
     def met_fault(self):
-        return any("(INJECTED" in line for line in read_lines(self.trace))
+        return any("(INJECTED" in line for line in files.read_lines(self.trace))

@@ -24,6 +24,12 @@ def stop(process, patience=5.0):
     process.wait()
 
 
+def children(pid):
+    """The process IDs of the children that its main thread started."""
+    with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+        return [int(child) for child in file.read().split()]
+
+
 def running_with(variable, value):
     """The processes that were started with an environment variable of that value."""
     entry = os.fsencode(f"{variable}={value}")

@@ -1,5 +1,6 @@
 """What the product shows, as people see it."""
 
+import uuid
 from typing import NamedTuple
 
 
@@ -20,6 +21,8 @@ STATES = {state.wire: state for state in (
     State("unknown", "shield", "Checking…", None, "◍"),
 )}
 
+PORT = 8787  # of the service, as its property list says
+
 STARTING = "Starting Pellix…"
 SEPARATOR = "---"
 
@@ -39,6 +42,12 @@ def menu(state, last_check, device_id):
         SEPARATOR,
         "Quit Pellix",
     ]
+
+
+def hardware_identifier():
+    """The device ID of this machine where no service tells another."""
+    with open("/etc/machine-id", encoding="ascii") as file:
+        return "HW-UUID-" + str(uuid.UUID(file.read().strip())).upper()
 
 
 def tooltip(state):

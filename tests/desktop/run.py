@@ -6,13 +6,12 @@ import json
 import os
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import time
 import urllib.request
 
-from desktop import processes, product
+from desktop import processes, product, service
 from desktop.application import ROOT, Application, install_bundle
 from desktop.session import Desktop, Unavailable
 
@@ -21,8 +20,7 @@ HOME = os.path.join(FOLDER, "home")
 BUNDLE = os.path.join(FOLDER, "bin")
 README_PICTURES = os.path.join(ROOT, "docs", "images")
 
-PORT = 8787  # stands in the service's property list
-SERVICE = f"http://127.0.0.1:{PORT}"
+SERVICE = f"http://127.0.0.1:{product.PORT}"
 SCREEN = (900, 560)
 POLL_INTERVAL = 20
 
@@ -81,12 +79,10 @@ def stop_jobs():
 
 
 def require_port():
-    with socket.socket() as probe:
-        probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        try:
-            probe.bind(("127.0.0.1", PORT))
-        except OSError as error:
-            raise Failure(f"port {PORT}, where the service answers: {error.strerror}") from None
+    try:
+        service.require_free(product.PORT)
+    except OSError as error:
+        raise Failure(f"port {product.PORT}, where the service answers: {error.strerror}") from None
 
 
 # On this desktop ---------------------------------------------------------------
@@ -161,7 +157,7 @@ class Tour:
             x, y, width, height = window.frame
             self.save_for_readme("device-id", picture.crop(x - 13, y - 32, width + 26, height + 45))
         self.desktop.press("Return")
-        processes.wait_for("the end of the window", lambda: not self.application.windows())
+        self.application.wait_for_no_windows()
         wait_for_service()
 
     def show(self, state, age):
@@ -247,11 +243,7 @@ def choose(**choices):
 
 
 def wait_for_service():
-    def answers():
-        with contextlib.suppress(OSError), urllib.request.urlopen(SERVICE + "/state", timeout=1):
-            return True
-        return False
-    processes.wait_for("the service", answers)
+    processes.wait_for("the service", lambda: service.answers(SERVICE + "/state"))
 
 
 if __name__ == "__main__":

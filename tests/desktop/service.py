@@ -4,6 +4,7 @@ import contextlib
 import json
 import socket
 import threading
+import urllib.request
 
 from desktop.processes import wait_for
 
@@ -14,6 +15,20 @@ def http(body, status="200 OK", headers=()):
         body = body.encode()
     lines = [f"HTTP/1.1 {status}", f"Content-Length: {len(body)}", "Connection: close", *headers]
     return "\r\n".join(lines).encode() + b"\r\n\r\n" + body
+
+
+def require_free(port):
+    """Raises OSError if nobody can listen there."""
+    with socket.socket() as probe:
+        probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        probe.bind(("127.0.0.1", port))
+
+
+def answers(url):
+    """Whether a service answers there as it should."""
+    with contextlib.suppress(OSError), urllib.request.urlopen(url, timeout=1) as answer:
+        return answer.status == 200
+    return False
 
 
 class Service:

@@ -10,7 +10,7 @@ import subprocess
 import tempfile
 import time
 
-from desktop import notifier, processes, screen
+from desktop import files, notifier, processes, screen
 from desktop.accessibility import Accessibility
 
 PREFIX = "velmor-pellix-desktop-"
@@ -119,7 +119,8 @@ class Desktop:
             self.runtime = self.make_folder("runtime")
             self.browser_log = self.path("browser.log")
             self.environment = self.make_environment()
-            self.write("bin/xdg-open", BROWSER_RECORDER.format(log=self.browser_log), 0o755)
+            files.write_program(BROWSER_RECORDER.format(log=self.browser_log),
+                                self.path("bin", "xdg-open"))
             self.start_display()
             self.start_bus()
             self.start_accessibility()
@@ -164,14 +165,6 @@ class Desktop:
         fcntl.flock(lock, fcntl.LOCK_EX)
         os.rename(lock.name, self.path(LOCK))
         return lock
-
-    def write(self, name, content, mode=0o644):
-        path = self.path(name)
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(content)
-        os.chmod(path, mode)
-        return path
 
     def make_environment(self):
         # Sanitizers and coverage are told through the environment what to do.
@@ -242,8 +235,8 @@ class Desktop:
         processes.stop(self.display)
 
     def start_bus(self):
-        configuration = self.write("bus.conf", BUS_CONFIGURATION.format(
-            socket=os.path.join(self.runtime, "bus")))
+        configuration = files.write(BUS_CONFIGURATION.format(
+            socket=os.path.join(self.runtime, "bus")), self.path("bus.conf"))
         _bus, self.bus_address = self.start_and_listen(
             "dbus-daemon", "--config-file=" + configuration, "--nofork", "--nopidfile",
             "--nosyslog", "--print-address")
@@ -255,15 +248,15 @@ class Desktop:
 
     def start_window_manager(self):
         self.start("openbox", "openbox", "--config-file",
-                   self.write("openbox.xml", WINDOW_MANAGER_CONFIGURATION))
+                   files.write(WINDOW_MANAGER_CONFIGURATION, self.path("openbox.xml")))
         processes.wait_for("the window manager", lambda: b"window id" in self.run(
             "xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
         self.run("xsetroot", "-solid", "#6d87a6")
 
     def start_bar(self, bar):
         color = BAR_COLORS[bar]
-        self.start("tint2", "tint2", "-c", self.write(
-            "tint2rc", BAR_CONFIGURATION.format(color=color, height=BAR_HEIGHT)))
+        self.start("tint2", "tint2", "-c", files.write(
+            BAR_CONFIGURATION.format(color=color, height=BAR_HEIGHT), self.path("tint2rc")))
         expected = tuple(bytes.fromhex(color[1:]))
         processes.wait_for("the menu bar", lambda: self.picture().pixel(4, 4) == expected)
 
@@ -315,6 +308,9 @@ class Desktop:
         return self.run("xclip", "-selection", "clipboard", "-out", "-target",
                         "UTF8_STRING").decode()
 
+    def wait_for_clipboard(self, text, timeout=10.0):
+        processes.wait_for("the copy", lambda: self.clipboard() == text, timeout)
+
     def fill_clipboard(self, text):
         subprocess.run(["xclip", "-selection", "clipboard", "-in"], env=self.environment,
                        input=text.encode(), stdout=subprocess.DEVNULL, timeout=20, check=True)
@@ -324,7 +320,4 @@ class Desktop:
         return bool(self.run("xclip", "-selection", "clipboard", "-out", "-target", "TARGETS"))
 
     def opened_pages(self):
-        with contextlib.suppress(FileNotFoundError), open(self.browser_log,
-                                                          encoding="utf-8") as file:
-            return file.read().splitlines()
-        return []
+        return files.read_lines(self.browser_log)

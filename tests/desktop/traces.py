@@ -2,7 +2,7 @@
 
 import re
 
-from desktop.application import read_lines
+from desktop.files import read_lines
 
 CALLS = "connect,sendto,sendmsg,sendmmsg"
 ADDRESS = re.compile(r'sin6?_port=htons\((\d+)\).*?(?:inet_addr\(|inet_pton\(AF_INET6, )"([^"]+)"')

@@ -2,9 +2,9 @@
 
 import pytest
 
-from e2e_harness import GUARD_ID, SERVICE_ID
 from desktop import product
 from desktop.processes import TimedOut, wait_for
+from e2e_harness import GUARD_ID, SERVICE_ID, USUAL_MENU, expect_page
 
 
 def start(application, service, state):
@@ -22,16 +22,14 @@ def start(application, service, state):
 ])
 def test_pages_open_in_the_browser(application, service, state, command, page):
     start(application, service, state).click(command)
-    desktop = application.desktop
-    wait_for("the page", desktop.opened_pages)
-    assert desktop.opened_pages() == [f"http://127.0.0.1:{service.port}{page}"]
+    expect_page(application, service, page)
 
 
 def test_the_identifier_row_replaces_the_clipboard(application, service):
     item = start(application, service, "authorized")
     application.desktop.fill_clipboard("something else")
     item.click(SERVICE_ID)
-    wait_for("the copy", lambda: application.desktop.clipboard() == SERVICE_ID)
+    application.desktop.wait_for_clipboard(SERVICE_ID)
 
 
 def test_show_device_id_opens_the_window_with_the_identifier_of_the_service(application, service):
@@ -57,8 +55,7 @@ def test_a_click_on_a_menu_that_was_replaced_meanwhile_still_counts(application,
     service.status["state"] = "revoked"
     application.wait_for_titles(product.menu("revoked", "5 min ago", SERVICE_ID), timeout=25)
     application.item().click_number(number)
-    wait_for("the page", application.desktop.opened_pages)
-    assert application.desktop.opened_pages() == [f"http://127.0.0.1:{service.port}/authorize"]
+    expect_page(application, service, "/authorize")
 
 
 def ask_to_quit(application, service):
@@ -91,10 +88,10 @@ def test_anything_else_leaves_the_application_running(application, service, answ
         alert.find("push button", "Cancel").press()
     else:
         application.desktop.press("alt+F4" if answer == "close" else answer)
-    wait_for("the end of the alert", lambda: not application.windows())
+    application.wait_for_no_windows()
     with pytest.raises(TimedOut):
         application.wait_for_end(1)
-    assert application.titles() == product.menu("authorized", "5 min ago", SERVICE_ID)
+    assert application.titles() == USUAL_MENU
 
 
 def test_the_copied_identifier_is_the_last_known_one(application, service):
@@ -102,7 +99,7 @@ def test_the_copied_identifier_is_the_last_known_one(application, service):
     application.start()
     application.wait_for_titles(product.menu("authorized", "never", GUARD_ID))
     application.item().click(GUARD_ID)
-    wait_for("the copy", lambda: application.desktop.clipboard() == GUARD_ID)
+    application.desktop.wait_for_clipboard(GUARD_ID)
 
 
 @pytest.mark.parametrize("command", ["Authorize this Mac…", "Show status…"])

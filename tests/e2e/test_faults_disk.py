@@ -4,20 +4,20 @@ The files are looked at through the process, which has its own view of the disk.
 """
 
 import os
+import shutil
 import stat
 import subprocess
 
 import pytest
 
 from desktop import product
-from desktop.application import PROGRAM
+from desktop.files import read, write, write_program
 from desktop.processes import wait_for
-from test_install import expect_alert, expect_complete, read, wait_for_menu, write
+from e2e_harness import (ORDINARY_USER, expect_alert, expect_installation, expect_whole_files,
+                         hidden_files, wait_for_usual_menu)
 
-USER = os.getuid() or 65534
 UNSHARE = ["unshare", "--map-current-user", "--keep-caps", "--mount"]
-FILES = [("support", "managed.json"), ("support", "velmor-guard"),
-         ("agents", "com.velmor.pellix.plist"), ("agents", "com.velmor.pellix.menubar.plist")]
+OLDER = b"older\n" * 20
 
 # A small disk of its own in the place of one folder, with the same files in it, filled up. The
 # program has no privileges left.
@@ -45,141 +45,118 @@ exec "$@"
 
 @pytest.fixture
 def application(application_on):
-    application = application_on(tray=True, user=USER)
-    for place, name in FILES:
-        write(b"older\n" * 20, getattr(application, place), name)
+    application = application_on(tray=True, user=ORDINARY_USER)
+    write_older_files(application)
     return application
 
 
-def start(application, *wrapper):
-    application.process = application.desktop.start(
-        "application", *wrapper, os.path.join(application.bundle, PROGRAM))
-
-
-def seen(application, path):
-    """That path on the disk that the running application sees."""
-    return f"/proc/{application.pid}/root{path}"
-
-
-def contents(application):
-    found = {}
-    for place, name in FILES:
-        try:
-            found[name] = read(seen(application, os.path.join(getattr(application, place), name)))
-        except FileNotFoundError:
-            found[name] = None
-    return found
+def write_older_files(application):
+    for path in application.installed_files:
+        write(OLDER, path)
 
 
 def can_mount():
     made = subprocess.run([*UNSHARE, "mount", "-t", "tmpfs", "tmpfs", "/mnt"],
-                          user=USER if os.getuid() == 0 else None, check=False,
+                          user=ORDINARY_USER if os.getuid() == 0 else None, check=False,
                           stderr=subprocess.DEVNULL)
     return made.returncode == 0
 
 
-def expect_whole(application, new):
-    older = b"older\n" * 20
-    for name, content in contents(application).items():
-        assert content in (older, new[name], None), name
-        assert content is not None or name == "velmor-guard"
-    for place in (application.support, application.agents):
-        assert not [name for name in os.listdir(seen(application, place)) if name.startswith(".")]
+def expect_whole(application, before, renewed):
+    """On the disk that the running application sees. What the files hold."""
+    root = f"/proc/{application.pid}/root"
+    assert hidden_files(root + application.support, root + application.agents) == []
+    return expect_whole_files(application, before, renewed, root)
 
 
 @pytest.fixture
-def new(application):
-    """What a launch writes."""
-    start(application)
-    wait_for_menu(application)
-    text = contents(application)
+def renewed(application):
+    """What the files hold after a launch."""
+    application.start()
+    wait_for_usual_menu(application)
+    content = application.installed_content()
     application.stop()
     os.remove(application.launchctl_log)
-    for place, name in FILES:
-        write(b"older\n" * 20, getattr(application, place), name)
-    return text
+    write_older_files(application)
+    return content
 
 
 @pytest.mark.parametrize("place", ["support", "agents"])
-def test_a_full_disk_is_reported_and_leaves_whole_files(application, new, place):
+def test_a_full_disk_is_reported_and_leaves_whole_files(application, renewed, place):
+    before = application.installed_content()
     if can_mount():
         wrapper = [*UNSHARE, "sh", "-c", FULL_DISK, "sh", getattr(application, place), "40k"]
         reason = "No space left on device"
     else:
         wrapper = ["sh", "-c", SMALL_FILES, "sh", "0"]
         reason = "File too large"
-    start(application, *wrapper)
+    application.start(wrapper=wrapper)
     alert = application.window(product.WINDOW_TITLE)
     [text] = alert.texts()
     assert reason in text
     assert "managed.json" in text or place == "agents"
-    expect_whole(application, new)
+    expect_whole(application, before, renewed)
     assert expect_alert(application) == [text]
-    expect_whole(application, new)
+    expect_whole(application, before, renewed)
     application.stop()
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
 
 
-def test_a_disk_too_small_for_the_binary_leaves_none_rather_than_half(application, new):
-    guard = read(application.resource("velmor-guard"))
-    large = guard + b"\nexit\n" + b"x" * (1 << 20)
+def test_a_disk_too_small_for_the_binary_leaves_none_rather_than_half(application, renewed):
+    before = application.installed_content()
+    large = read(application.resource("velmor-guard")) + b"\nexit\n" + b"x" * (1 << 20)
     application.bundle_guard(large)
     if can_mount():
         wrapper = [*UNSHARE, "sh", "-c", FULL_DISK.replace("dd if", ": dd if"), "sh",
                    application.support, "256k"]
     else:
         wrapper = ["sh", "-c", SMALL_FILES, "sh", "128"]
-    start(application, *wrapper)
+    application.start(wrapper=wrapper)
     [text] = application.window(product.WINDOW_TITLE).texts()
     assert "velmor-guard" in text
-    found = contents(application)
-    assert found["velmor-guard"] is None
-    assert found["managed.json"] == new["managed.json"]
-    expect_whole(application, new)
+    found = expect_whole(application, before, renewed)
+    assert found[application.installed_guard] is None
+    managed = application.installed_files[0]
+    assert found[managed] == renewed[managed]
     assert expect_alert(application) == [text]
     application.stop()
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, large)
+    wait_for_usual_menu(application)
+    expect_installation(application, large)
 
 
 def test_a_binary_in_use_is_replaced(application):
     """The program that runs goes on with what it was started from."""
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.stop()
-    installed = os.path.join(application.support, "velmor-guard")
+    installed = application.installed_guard
     os.remove(installed)
-    with open("/usr/bin/sleep", "rb") as file:
-        write(file.read(), installed)
-    os.chmod(installed, 0o755)
+    write_program(read("/usr/bin/sleep"), installed)
     running = application.desktop.start("running", installed, "1000")
     wait_for("the running binary", lambda: os.readlink(f"/proc/{running.pid}/exe") == installed)
     with pytest.raises(OSError), open(installed, "wb"):
         pass  # it cannot be written to, only replaced
     os.remove(application.launchctl_log)
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
     assert running.poll() is None
 
 
 def test_a_bundled_binary_in_use_is_copied(application):
-    with open("/usr/bin/sleep", "rb") as file:
-        application.bundle_guard(file.read())
+    application.bundle_guard(read("/usr/bin/sleep"))
     running = application.desktop.start("running", application.resource("velmor-guard"), "1000")
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
     assert running.poll() is None
 
 
 def test_a_file_in_place_of_the_agents_folder_is_reported(application):
-    for _place, name in FILES[2:]:
-        os.remove(os.path.join(application.agents, name))
-    os.rmdir(application.agents)
+    shutil.rmtree(application.agents)
     write(b"kept", application.agents)
     application.start()
     [text] = expect_alert(application)
@@ -206,7 +183,10 @@ def test_a_folder_bundled_in_place_of_the_binary_is_reported(application):
     assert application.launchctl_calls() == []
 
 
-@pytest.mark.parametrize("place, name", FILES)
+@pytest.mark.parametrize("place, name", [
+    ("support", "managed.json"), ("support", "velmor-guard"),
+    ("agents", "com.velmor.pellix.plist"), ("agents", "com.velmor.pellix.menubar.plist"),
+])
 @pytest.mark.parametrize("kind", ["folder", "full folder", "pipe", "link away", "another's file"])
 def test_what_lies_in_the_way_of_the_new_version_is_harmless(application, place, name, kind):
     """Under the name that a new version has until it is complete."""
@@ -231,10 +211,10 @@ def test_what_lies_in_the_way_of_the_new_version_is_harmless(application, place,
     if application.windows():
         [text] = expect_alert(application)
         assert kind.endswith("folder") and name in text
-        assert read(getattr(application, place), name) == b"older\n" * 20
+        assert read(getattr(application, place), name) == OLDER
     else:
-        wait_for_menu(application)
-        expect_complete(application, read(application.resource("velmor-guard")))
+        wait_for_usual_menu(application)
+        expect_installation(application)
 
 
 @pytest.mark.parametrize("place", ["home", "support", "agents"])
@@ -251,7 +231,7 @@ def test_folders_that_cannot_be_entered_are_reported(application, place):
         application.stop()
     finally:
         os.chmod(folder, mode)
-    assert read(application.agents, "com.velmor.pellix.plist") == b"older\n" * 20
+    assert read(application.agents, "com.velmor.pellix.plist") == OLDER
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)

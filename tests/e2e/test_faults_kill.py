@@ -8,15 +8,14 @@ import os
 import random
 import shutil
 import signal
-import stat
 import time
 
 import pytest
 
-from desktop.application import PROGRAM
-from desktop.headless import GUARD_BINARY, Headless
+from desktop.files import listing, write, write_program
+from desktop.headless import Headless
 from desktop.processes import wait_for
-from test_install import expect_files, listing
+from e2e_harness import expect_installed_files, expect_whole_files, hidden_files
 
 KILLS = int(os.environ.get("PELLIX_KILLS", "60"))
 PAIRS = 50
@@ -34,29 +33,14 @@ def erase(program):
 
 
 def expect_complete(program, guard):
-    expected = [os.path.join(program.support, "logs"), *program.files]
-    assert program.listing() == sorted(expected)
-    managed, installed, service, menubar = program.content().values()
-    assert managed.startswith(b'{"site":"') and managed.endswith(b'"}')
-    assert installed == guard
-    assert stat.S_IMODE(os.stat(program.files[1]).st_mode) == 0o755
-    assert service.endswith(b"</plist>") and menubar.endswith(b"</plist>")
-    return program.content()
-
-
-def expect_whole(program, before, renewed):
-    """Every file is as it was or as it should be; the binary, removed before it is replaced, may
-    be missing. What the files hold."""
-    after = program.content()
-    for path in program.files:
-        allowed = [before[path], renewed[path], *[None] * (path == program.files[1])]
-        assert after[path] in allowed, f"{path}: {(after[path] or b'')[:200]}"
-    assert len(hidden(program)) <= 1
-    return after
+    """And nothing else is there. What the files hold."""
+    expect_installed_files(program, guard)
+    assert listing(program.support) == ["logs", "managed.json", "velmor-guard"]
+    return program.installed_content()
 
 
 def hidden(program):
-    return [path for path in program.listing() if os.path.basename(path).startswith(".")]
+    return hidden_files(program.support, program.agents)
 
 
 def kill_at_random_moment(program, duration):
@@ -70,10 +54,9 @@ def kill_at_random_moment(program, duration):
 
 def make_older(program, version):
     """An installation of which every file differs from what the next launch writes."""
-    for path in program.files:
-        program.write(path, b"older\n" * 50)
-    program.write(os.path.join(program.support, GUARD_BINARY), program.guard(version))
-    os.chmod(os.path.join(program.support, GUARD_BINARY), 0o755)
+    for path in program.installed_files:
+        write(b"older\n" * 50, path)
+    write_program(program.guard(version), program.installed_guard)
 
 
 @pytest.mark.parametrize("share", range(SHARES))
@@ -93,12 +76,13 @@ def test_a_killed_install_sequence_leaves_whole_files_and_is_made_up_for(program
             erase(program)
         else:
             make_older(program, 2 * number - 1)
-        before = program.content()
-        renewed = complete | {program.files[1]: guard}
+        before = program.installed_content()
+        renewed = complete | {program.installed_guard: guard}
         kill_at_random_moment(program, 1.1 * sorted(durations)[len(durations) // 2])
 
-        after = expect_whole(program, before, renewed)
-        stages[sum(after[path] == renewed[path] for path in program.files)] += 1
+        after = expect_whole_files(program, before, renewed)
+        assert len(hidden(program)) <= 1
+        stages[sum(after[path] == renewed[path] for path in program.installed_files)] += 1
 
         durations.append(program.launch())
         assert expect_complete(program, guard) == renewed
@@ -135,7 +119,7 @@ def test_a_fault_at_each_step_leaves_whole_files_and_is_made_up_for(program, hom
         if home == "fresh" and name != "mkdir":
             continue  # no other than on an older installation
         prepare()
-        before = program.content()
+        before = program.installed_content()
         process = program.start_with_fault(call, fault)
         if fault == "signal=KILL":
             assert process.wait(60) == -signal.SIGKILL, call
@@ -146,7 +130,8 @@ def test_a_fault_at_each_step_leaves_whole_files_and_is_made_up_for(program, hom
             process.terminate()
             assert process.wait(10) == -signal.SIGTERM, call
             assert hidden(program) == [], call
-        expect_whole(program, before, renewed)
+        expect_whole_files(program, before, renewed)
+        assert len(hidden(program)) <= 1
         program.launch()
         assert expect_complete(program, guard) == renewed
 
@@ -158,7 +143,7 @@ def test_kills_in_a_row_leave_no_more_behind_than_one(program):
         program.bundle_guard(program.guard(number))
         kill_at_random_moment(program, duration)
         assert len(hidden(program)) <= 3  # at most one for each file
-        assert len(program.listing()) <= 5 + 3
+        assert len(listing(program.support)) + len(listing(program.agents)) <= 5 + 3
     program.launch()
     expect_complete(program, program.guard(number))
 
@@ -167,18 +152,17 @@ def test_kills_in_a_row_leave_no_more_behind_than_one(program):
 def test_two_launches_at_once_leave_one_complete_installation(application_on, service, share):
     application = application_on()
     desktop = application.desktop
-    executable = os.path.join(application.bundle, PROGRAM)
     alerts = 0
     for number in range(PAIRS // 5):
         guard = b"#!/bin/sh\necho GEN-quick\nexit\n" + b"%08d" % number * 9000
         application.bundle_guard(guard)
         service.requests.clear()
-        pair = [desktop.start("application", executable) for _launch in range(2)]
+        pair = [desktop.start("application", application.executable) for _launch in range(2)]
 
         def launched():
             """A file that the other one moved away is an error, which is shown; then it goes on."""
             nonlocal alerts
-            if desktop.x_windows("--class", PROGRAM):
+            if application.x_windows():
                 alerts += 1
                 desktop.press("Return")
             return len(service.requests) >= 2
@@ -190,6 +174,6 @@ def test_two_launches_at_once_leave_one_complete_installation(application_on, se
         for process in pair:
             process.terminate()
             assert process.wait(10) == -signal.SIGTERM
-        expect_files(application, guard)
+        expect_installed_files(application, guard)
         assert listing(application.support) == ["logs", "managed.json", "velmor-guard"]
     print(f"\n{PAIRS // 5} pairs, {alerts} alerts")

@@ -16,10 +16,10 @@ import time
 import pytest
 from gi.repository import GLib
 
-from e2e_harness import GUARD_ID, SERVICE_ID
 from desktop import product, traces
 from desktop.processes import wait_for
-from desktop.service import http
+from desktop.service import Service, http
+from e2e_harness import GUARD_ID, SERVICE_ID, USUAL_MENU, wait_for_usual_menu
 
 MIB = 1 << 20
 ALL_POLLS = os.environ.get("PELLIX_SICK_POLLS") == "all"
@@ -186,7 +186,7 @@ def usual_memory():
 def measure_usual_memory(application, service, usual_memory):
     if not usual_memory:
         application.start()
-        application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+        wait_for_usual_menu(application)
         usual_memory["VmRSS"] = memory(application)
         application.stop()
     return usual_memory["VmRSS"]
@@ -227,7 +227,7 @@ def test_an_identifier_of_10_mib_is_shown_at_its_ends_and_copied_whole(applicati
         application.item().click("Show device ID…")
         window = application.window(product.WINDOW_TITLE)
         window.find(name=product.COPY).press()
-        wait_for("the copy", lambda: application.desktop.clipboard() == identifier, 30)
+        application.desktop.wait_for_clipboard(identifier, 30)
     print(f"\nidentifier of 10 MiB: {clicks}; {memory(application) / MIB:.0f} MiB")
     assert max(clicks.seconds) < SLOWEST_CLICK
     assert application.running
@@ -257,9 +257,8 @@ def test_a_click_opens_the_menu_while_100_mib_come_in(application_on, service):
 # From poll to poll, in one process -------------------------------------------------
 
 def test_memory_comes_back_and_the_next_poll_is_as_ever(application, service):
-    usual = product.menu("authorized", "5 min ago", SERVICE_ID)
     application.start()
-    application.wait_for_titles(usual)
+    wait_for_usual_menu(application)
     before = memory(application)
     sicknesses = SICKNESSES if ALL_POLLS else ["100 MiB of an object"]
     for name in sicknesses:
@@ -275,7 +274,7 @@ def test_memory_comes_back_and_the_next_poll_is_as_ever(application, service):
         assert max(clicks.seconds) < SLOWEST_CLICK
         expect_memory(application, before, name)
     service.respond = service.send_status
-    wait_for("the usual answer", lambda: application.titles()[0] == usual[0], 45)
+    wait_for("the usual answer", lambda: application.titles()[0] == USUAL_MENU[0], 45)
     assert application.said() == ""
 
 
@@ -294,12 +293,10 @@ REDIRECTS = ["301 Moved Permanently", "302 Found", "303 See Other", "307 Tempora
 
 def traced(application):
     """Starts it with its connections noted; where to."""
-    desktop = application.desktop
-    trace = desktop.path("network")
+    trace = application.desktop.path("network")
     with contextlib.suppress(FileNotFoundError):
         os.remove(trace)
-    application.process = desktop.start("application", *traces.wrapper(trace), os.path.join(
-        application.bundle, "velmor-pellix"))
+    application.start(wrapper=traces.wrapper(trace))
     wait_for("the outcome of the poll", lambda: application.item().menu, 60)
     return lambda: traces.addresses(trace)
 
@@ -317,7 +314,7 @@ def test_no_redirect_leads_off_this_machine(application, service, share):
 
 
 def test_a_redirect_on_this_machine_is_followed(application, service, stack):
-    other = stack.enter_context(contextlib.closing(type(service)(state="stale")))
+    other = stack.enter_context(contextlib.closing(Service(state="stale")))
     service.answer("", "302 Found", [f"Location: http://127.0.0.1:{other.port}/elsewhere?x=y"])
     reached = traced(application)
     assert application.titles() == titles(ANSWERED)
@@ -337,5 +334,5 @@ def test_no_proxy_gets_to_see_the_request(application, service):
     for name in ("http_proxy", "HTTP_PROXY", "all_proxy", "ALL_PROXY"):
         application.desktop.environment[name] = "http://192.0.2.1:3128"
     reached = traced(application)
-    assert application.titles() == product.menu("authorized", "5 min ago", SERVICE_ID)
+    assert application.titles() == USUAL_MENU
     assert reached() == {("127.0.0.1", service.port)}

@@ -8,34 +8,40 @@ import time
 
 import pytest
 
-from e2e_harness import SERVICE_ID
 from desktop import notifier, product
+from desktop.files import write_program
 from desktop.headless import Headless
 from desktop.processes import TimedOut, wait_for
-from test_install import wait_for_menu
+from e2e_harness import SERVICE_ID, wait_for_usual_menu
 
 ENDINGS = [signal.SIGTERM, signal.SIGINT, signal.SIGHUP]
 
 
+def running(desktop, name):
+    """That program of the desktop."""
+    [process] = [process for process in desktop.started
+                 if name in process.args and process.poll() is None]
+    return process
+
+
 def kill(desktop, name):
-    """Ends that program of the desktop without warning."""
-    [process] = [process for process in desktop.started if name in process.args]
+    process = running(desktop, name)
     process.kill()
     process.wait()
 
 
 def show_nothing(application):
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
 
 
 def show_window(application):
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.item().click("Show device ID…")
     application.window(product.WINDOW_TITLE)
 
 
 def show_quit_alert(application):
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.item().click("Quit Pellix")
     assert application.window(product.WINDOW_TITLE).texts()[0] == product.QUIT_QUESTION
 
@@ -115,9 +121,8 @@ def test_without_the_display_it_ends_at_once_and_quietly(showing, show, how):
 
 
 def test_without_the_display_it_ends_also_in_the_middle_of_the_launch(application):
-    tool = os.path.join(application.bundle, "launchctl")
-    with open(tool, "w", encoding="utf-8") as file:
-        file.write(f"#!/bin/sh\necho >> '{application.launchctl_log}'\nexec sleep 1000\n")
+    write_program(f"#!/bin/sh\necho >> '{application.launchctl_log}'\nexec sleep 1000\n",
+                  application.launchctl_tool)
     application.start()
     wait_for("launchctl", lambda: os.path.exists(application.launchctl_log))
     kill(application.desktop, "Xvfb")
@@ -134,7 +139,7 @@ def poll_again(application, service):
 
 def close_window(application, _service):
     application.desktop.press("Return")
-    wait_for("the end of the window", lambda: not x_windows(application))
+    wait_for("the end of the window", lambda: not application.x_windows())
     assert application.running
 
 
@@ -147,10 +152,6 @@ def go_on_launching(application, service):
     application.desktop.press("Return")
     service.wait_for_requests(1)
     assert application.running
-
-
-def x_windows(application):
-    return application.desktop.x_windows("--class", "velmor-pellix")
 
 
 @pytest.mark.parametrize("show, do", [
@@ -191,24 +192,24 @@ def test_without_the_session_bus_a_bar_gets_the_icon(application_on, service):
 
 def test_the_item_is_there_whenever_a_host_is(application, service):
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     for _time in range(8):
         application.desktop.host.close()
         application.desktop.host = notifier.Host(application.desktop.bus_address)
-        wait_for_menu(application)
+        wait_for_usual_menu(application)
         application.item().click(SERVICE_ID)
-    wait_for("the copy", lambda: application.desktop.clipboard() == SERVICE_ID)
+    application.desktop.wait_for_clipboard(SERVICE_ID)
     assert application.said() == ""
 
 
 def test_hosts_that_go_at_once_are_no_trouble(application, service):
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.desktop.host.close()
     for _time in range(20):
         notifier.Host(application.desktop.bus_address).close()
     application.desktop.host = notifier.Host(application.desktop.bus_address)
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     assert application.said() == ""
 
 
@@ -219,8 +220,6 @@ def test_the_icon_is_there_whenever_a_bar_is(application_on, service):
     for _time in range(3):
         application.bar_icon()
         kill(application.desktop, "tint2")
-        application.desktop.started = [
-            process for process in application.desktop.started if process.poll() is None]
         with contextlib.suppress(TimedOut):
             wait_for("the end of the bar", lambda: not application.desktop.x_windows(
                 "--class", "tint2"))
@@ -232,10 +231,9 @@ def test_the_icon_is_there_whenever_a_bar_is(application_on, service):
 
 def test_a_window_manager_that_hangs_holds_nothing_up(application, service):
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     item = application.item()
-    window_manager = [process for process in application.desktop.started
-                      if "openbox" in process.args][0]
+    window_manager = running(application.desktop, "openbox")
     window_manager.send_signal(signal.SIGSTOP)
     try:
         service.status["state"] = "revoked"

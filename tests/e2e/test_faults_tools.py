@@ -8,9 +8,9 @@ import time
 import pytest
 
 from desktop import product
-from desktop.processes import wait_for
-from test_install import launchctl_sequence, wait_for_menu, write
-from test_launch import hardware_identifier
+from desktop.files import write, write_program
+from desktop.processes import children, wait_for
+from e2e_harness import launchctl_sequence, wait_for_usual_menu
 
 SH = "#!/bin/sh\n"
 PYTHON = "#!/usr/bin/python3\n"
@@ -56,12 +56,12 @@ GUARDS = {
 def test_a_guard_that_fails_holds_nothing_up(application, service, name):
     guard, identifier = GUARDS[name]
     if isinstance(guard, str):
-        guard = guard.replace("{guard}", os.path.join(application.support, "velmor-guard"))
+        guard = guard.replace("{guard}", application.installed_guard)
     application.bundle_guard(guard)
     service.answer("{}")
     application.start()
     application.wait_for_titles(product.menu("unknown", "never",
-                                             identifier or hardware_identifier()), 20)
+                                             identifier or product.hardware_identifier()), 20)
     assert application.windows() == []
     assert application.said() == ""
 
@@ -78,36 +78,31 @@ def test_a_guard_that_leaves_a_child_with_its_output_open_holds_nothing_up(appli
 def test_a_folder_in_place_of_the_installed_guard_is_asked_nothing(application, service):
     """Which stays in its place while the bundle has no binary."""
     application.remove_resource("velmor-guard")
-    write(b"x", application.support, "velmor-guard", "inside")
+    write(b"x", application.installed_guard, "inside")
     service.answer("{}")
     application.start()
-    application.wait_for_titles(product.menu("unknown", "never", hardware_identifier()))
+    application.wait_for_titles(product.menu("unknown", "never", product.hardware_identifier()))
 
 
 def test_a_guard_that_may_not_be_run_is_asked_nothing(application, service):
     """Nor made runnable: only a bundled one gets its rights."""
     application.remove_resource("velmor-guard")
-    write(f"{SH}echo '{ANSWER}'\n".encode(), application.support, "velmor-guard")
-    os.chmod(os.path.join(application.support, "velmor-guard"), 0o644)
+    write(f"{SH}echo '{ANSWER}'\n", application.installed_guard)
+    os.chmod(application.installed_guard, 0o644)
     service.answer("{}")
     application.start()
-    application.wait_for_titles(product.menu("unknown", "never", hardware_identifier()))
+    application.wait_for_titles(product.menu("unknown", "never", product.hardware_identifier()))
 
 
 @pytest.mark.parametrize("end", ["TERM", "INT"])
 def test_a_guard_that_never_ends_does_not_keep_the_application_from_ending(application, end):
     application.bundle_guard(f"{SH}exec sleep 1000\n")
     application.start()
-    guard = os.path.join(application.support, "velmor-guard")
-    wait_for("the guard", lambda: os.path.exists(guard) and children(application))
+    wait_for("the guard", lambda: os.path.exists(application.installed_guard) and
+             children(application.pid))
     application.process.send_signal(getattr(signal, "SIG" + end))
     assert application.wait_for_end(5) != 0
     assert application.said() == ""
-
-
-def children(application):
-    with open(f"/proc/{application.pid}/task/{application.pid}/children", encoding="ascii") as file:
-        return file.read().split()
 
 
 # launchctl -----------------------------------------------------------------------------
@@ -125,18 +120,17 @@ TOOLS = {
 
 @pytest.mark.parametrize("name", [*TOOLS, "absent", "not executable", "a folder"])
 def test_a_launchctl_that_fails_harms_nothing(application, name):
-    path = os.path.join(application.bundle, "launchctl")
-    os.remove(path)
+    tool = application.launchctl_tool
+    os.remove(tool)
     if name == "a folder":
-        os.mkdir(path)
+        os.mkdir(tool)
     elif name == "not executable":
-        write(SH.encode(), path)
-        os.chmod(path, 0o644)
+        write(SH, tool)
+        os.chmod(tool, 0o644)
     elif name != "absent":
-        write(TOOLS[name].encode(), path)
-        os.chmod(path, 0o755)
+        write_program(TOOLS[name], tool)
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     assert application.windows() == []
     assert sorted(os.listdir(application.agents)) == [
         "com.velmor.pellix.menubar.plist", "com.velmor.pellix.plist"]
@@ -146,24 +140,22 @@ def test_a_launchctl_that_fails_harms_nothing(application, name):
 
 def test_a_slow_launchctl_is_waited_for_each_time(application, service):
     """The menu comes after the registration, however long that takes."""
-    tool = os.path.join(application.bundle, "launchctl")
+    tool = application.launchctl_tool
     shutil.move(tool, tool + ".recorder")
-    write(f"{SH}sleep 5\nexec /usr/bin/python3 \"$0.recorder\" \"$@\"\n".encode(), tool)
-    os.chmod(tool, 0o755)
+    write_program(f"{SH}sleep 5\nexec /usr/bin/python3 \"$0.recorder\" \"$@\"\n", tool)
     begin = time.monotonic()
     application.start()
     service.wait_for_requests(1, 60)
     assert time.monotonic() - begin > 15
     assert application.launchctl_calls() == launchctl_sequence(application)
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
 
 
 def test_a_slow_launchctl_does_not_keep_the_application_from_ending(application):
-    write(f"{SH}exec sleep 1000\n".encode(), application.bundle, "launchctl")
-    os.chmod(os.path.join(application.bundle, "launchctl"), 0o755)
+    write_program(f"{SH}exec sleep 1000\n", application.launchctl_tool)
     application.start()
     wait_for("launchctl", lambda: os.path.exists(os.path.join(
-        application.agents, "com.velmor.pellix.menubar.plist")) and children(application))
+        application.agents, "com.velmor.pellix.menubar.plist")) and children(application.pid))
     application.process.terminate()
     assert application.wait_for_end(5) != 0
     assert application.said() == ""

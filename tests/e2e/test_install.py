@@ -1,137 +1,35 @@
 """What the install sequence leaves on disk and asks of launchd, and what it says when it cannot."""
 
 import os
-import re
-import stat
 
 import pytest
 
-from e2e_harness import SERVICE_ID
 from desktop import product
+from desktop.files import listing, read, write
 from desktop.processes import wait_for
-
-HEADER = ('<?xml version="1.0" encoding="UTF-8"?>\n'
-          '<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" '
-          '"http://www.apple.com/DTDs/PropertyList-1.0.dtd">\n'
-          '<plist version="1.0">\n'
-          '<dict>\n')
-
-
-def service_agent(application):
-    return HEADER + f"""\
-  <key>Label</key><string>com.velmor.pellix</string>
-  <key>ProgramArguments</key>
-  <array>
-    <string>{application.support}/velmor-guard</string>
-    <string>run</string>
-    <string>--port</string>
-    <string>8787</string>
-  </array>
-  <key>RunAtLoad</key><true/>
-  <key>KeepAlive</key><true/>
-  <key>ProcessType</key><string>Background</string>
-  <key>EnvironmentVariables</key>
-  <dict><key>VLX_QUIET</key><string>1</string></dict>
-  <key>StandardOutPath</key><string>{application.support}/logs/launchd.out.log</string>
-  <key>StandardErrorPath</key><string>{application.support}/logs/launchd.err.log</string>
-</dict>
-</plist>"""
-
-
-def menubar_agent(application):
-    return HEADER + f"""\
-  <key>Label</key><string>com.velmor.pellix.menubar</string>
-  <key>ProgramArguments</key>
-  <array>
-    <string>{application.bundle}/velmor-pellix</string>
-  </array>
-  <key>RunAtLoad</key><true/>
-  <key>KeepAlive</key><false/>
-  <key>ProcessType</key><string>Interactive</string>
-</dict>
-</plist>"""
-
-
-def read(*parts):
-    with open(os.path.join(*parts), "rb") as file:
-        return file.read()
-
-
-def write(content, *parts):
-    path = os.path.join(*parts)
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "wb") as file:
-        file.write(content)
-
-
-def listing(folder):
-    return sorted(os.path.relpath(os.path.join(where, name), folder)
-                  for where, folders, names in os.walk(folder) for name in folders + names)
-
-
-def launchctl_sequence(application):
-    target = f"gui/{application.user_id}/com.velmor.pellix"
-    return [["bootout", target],
-            ["bootstrap", f"gui/{application.user_id}",
-             os.path.join(application.agents, "com.velmor.pellix.plist")],
-            ["kickstart", "-k", target]]
-
-
-def wait_for_menu(application):
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
-
-
-def expect_alert(application):
-    """The texts of the one alert, which stands before everything else."""
-    alert = application.window(product.WINDOW_TITLE)
-    assert [node.name for node in alert.walk() if node.role == "push button"] == ["OK"]
-    assert application.desktop.host.items == []
-    texts = alert.texts()
-    application.desktop.settled_picture()
-    application.desktop.press("Return")
-    wait_for_menu(application)
-    assert application.windows() == []
-    return texts
-
-
-def expect_complete(application, guard):
-    expect_files(application, guard)
-    assert application.launchctl_calls() == launchctl_sequence(application)
-
-
-def expect_files(application, guard):
-    assert sorted(os.listdir(application.agents)) == [
-        "com.velmor.pellix.menubar.plist", "com.velmor.pellix.plist"]
-    assert read(application.agents, "com.velmor.pellix.plist").decode() == service_agent(
-        application)
-    assert read(application.agents, "com.velmor.pellix.menubar.plist").decode() == menubar_agent(
-        application)
-    assert re.fullmatch(rb'\{"site":"https://[a-z0-9.-]+"\}',
-                        read(application.support, "managed.json"))
-    assert read(application.support, "velmor-guard") == guard
-    mode = os.stat(os.path.join(application.support, "velmor-guard")).st_mode
-    assert stat.S_IMODE(mode) == 0o755
+from e2e_harness import (ORDINARY_USER, expect_alert, expect_installation, launchctl_sequence,
+                         wait_for_usual_menu)
 
 
 def test_a_fresh_home_gets_everything_to_the_byte(application):
     os.chmod(application.resource("velmor-guard"), 0o640)
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
     assert listing(application.support) == ["logs", "managed.json", "velmor-guard"]
 
 
 def test_an_existing_installation_is_renewed_and_nothing_else_touched(application):
-    write(b"an older service", application.support, "velmor-guard")
-    os.chmod(os.path.join(application.support, "velmor-guard"), 0o400)
+    write(b"an older service", application.installed_guard)
+    os.chmod(application.installed_guard, 0o400)
     write(b'{"site":"https://edited.example"}', application.support, "managed.json")
     write(b"old", application.agents, "com.velmor.pellix.plist")
     write(b"old and much longer" * 500, application.agents, "com.velmor.pellix.menubar.plist")
     write(b"its own", application.support, "velmor-guard.state.json")
     write(b"a log", application.support, "logs", "launchd.out.log")
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
     assert read(application.support, "velmor-guard.state.json") == b"its own"
     assert read(application.support, "logs", "launchd.out.log") == b"a log"
     assert len(listing(application.support)) == 5
@@ -139,12 +37,12 @@ def test_an_existing_installation_is_renewed_and_nothing_else_touched(applicatio
 
 def test_every_launch_installs_again(application):
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.stop()
     application.bundle_guard("#!/bin/sh\necho GEN-newer\n")
     application.start()
-    wait_for_menu(application)
-    assert read(application.support, "velmor-guard") == b"#!/bin/sh\necho GEN-newer\n"
+    wait_for_usual_menu(application)
+    assert read(application.installed_guard) == b"#!/bin/sh\necho GEN-newer\n"
     assert application.launchctl_calls() == 2 * launchctl_sequence(application)
 
 
@@ -159,14 +57,14 @@ def test_without_a_service_binary_it_says_so_and_goes_on(application):
 
 def test_an_installed_service_binary_is_enough(application):
     application.start()
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
     application.stop()
-    installed = read(application.support, "velmor-guard")
+    installed = read(application.installed_guard)
     application.remove_resource("velmor-guard")
     os.remove(application.launchctl_log)
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, installed)
+    wait_for_usual_menu(application)
+    expect_installation(application, installed)
 
 
 def test_without_launch_agents_folder_it_says_so_after_the_binary(application):
@@ -197,10 +95,10 @@ def test_a_folder_where_a_file_should_be_stops_it_there(application, in_the_way,
 
 
 def test_a_folder_in_place_of_the_binary_gives_way(application):
-    write(b"gone", application.support, "velmor-guard", "inside")
+    write(b"gone", application.installed_guard, "inside")
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)
 
 
 def test_a_file_in_place_of_the_support_folder_stops_everything(application):
@@ -217,7 +115,7 @@ def test_a_file_in_place_of_the_logs_folder_stops_before_the_property_lists(appl
     application.start()
     expect_alert(application)
     assert os.listdir(application.agents) == []
-    assert read(application.support, "velmor-guard") == read(application.resource("velmor-guard"))
+    assert read(application.installed_guard) == read(application.resource("velmor-guard"))
 
 
 def test_the_first_window_comes_after_the_alert(application, service):
@@ -230,15 +128,14 @@ def test_the_first_window_comes_after_the_alert(application, service):
     application.desktop.press("Return")
     wait_for("the window", lambda: [window.texts()[0] for window in application.windows()] == [
         product.WINDOW_HEADING])
-    wait_for_menu(application)
+    wait_for_usual_menu(application)
 
 
 # As a user who is bound by permissions ------------------------------------------
 
 @pytest.fixture
 def bound_application(application_on):
-    """Run as an ordinary user, also where the tests run as root."""
-    return application_on(tray=True, user=os.getuid() or 65534)
+    return application_on(tray=True, user=ORDINARY_USER)
 
 
 @pytest.fixture
@@ -267,13 +164,13 @@ def test_a_read_only_home_stops_everything_and_the_launch_goes_on(bound_applicat
 
 def test_a_read_only_support_folder_keeps_what_it_has(bound_application, read_only):
     application = bound_application
-    write(b"older", application.support, "velmor-guard")
+    write(b"older", application.installed_guard)
     write(b"older", application.support, "managed.json")
     read_only(application.support)
     application.start()
     [text] = expect_alert(application)
     assert "ermission" in text
-    assert read(application.support, "velmor-guard") == b"older"
+    assert read(application.installed_guard) == b"older"
     assert read(application.support, "managed.json") == b"older"
     assert os.listdir(application.agents) == []
 
@@ -287,7 +184,7 @@ def test_a_read_only_launch_agents_folder_keeps_what_it_has(bound_application, r
     assert "ermission" in text
     assert read(application.agents, "com.velmor.pellix.plist") == b"older"
     assert os.listdir(application.agents) == ["com.velmor.pellix.plist"]
-    assert read(application.support, "velmor-guard") == read(application.resource("velmor-guard"))
+    assert read(application.installed_guard) == read(application.resource("velmor-guard"))
     assert application.launchctl_calls() == []
 
 
@@ -307,5 +204,5 @@ def test_unescaped_paths_reach_the_property_lists_as_they_are(application_on, se
     os.rename(application.bundle, moved)
     application.bundle = moved
     application.start()
-    wait_for_menu(application)
-    expect_complete(application, read(application.resource("velmor-guard")))
+    wait_for_usual_menu(application)
+    expect_installation(application)

@@ -4,17 +4,17 @@ import time
 
 import pytest
 
-from e2e_harness import GUARD_ID, SERVICE_ID, colors, minutes_ago
 from desktop import product
 from desktop.notifier import MENU
 from desktop.processes import wait_for
+from e2e_harness import GUARD_ID, SERVICE_ID, drawing_tint, minutes_ago, wait_for_usual_menu
 
 STATES = list(product.STATES)
 
 
 def test_the_menu_follows_the_service(application, service):
     application.start()
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
     icon, tooltip = application.item().icon, application.item().tooltip
     announced = []
     application.desktop.host.bus.subscribe(lambda _sender, _path, arguments: announced.append(arguments),
@@ -40,7 +40,7 @@ def test_every_state_shows_its_menu_icon_and_tooltip(application, service, state
     item = application.item()
 
     assert item.tooltip == product.tooltip(state)
-    assert colors(item.icon[1]) == (product.STATES[state].tint or "none")
+    assert drawing_tint(item.icon[1]) == (product.STATES[state].tint or "none")
     entries = application.menu()
     assert [entry.separator for entry in entries] == [title == product.SEPARATOR for title in
                                                       product.menu(state, "", "")]
@@ -96,7 +96,7 @@ def test_an_odd_answer_leaves_the_known_identifier(application, service, body, s
 
 def test_the_identifier_outlives_the_service(application, service):
     application.start()
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
     service.close()
     application.wait_for_titles(product.menu("offline", None, SERVICE_ID), timeout=25)
 
@@ -128,4 +128,4 @@ def test_an_unknown_symbol_leaves_a_glyph(application, service):
     application.remove_resource("symbols", product.STATES["stale"].symbol + ".svg")
     glyph = icon()
     assert glyph != symbol
-    assert colors(glyph) == "orange"
+    assert drawing_tint(glyph) == "orange"

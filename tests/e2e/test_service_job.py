@@ -12,27 +12,25 @@ import pytest
 
 from desktop import processes, product
 from desktop.processes import wait_for
+from desktop.service import answers, require_free
 
-PORT = 8787
-ADDRESS = f"http://127.0.0.1:{PORT}"
+STATUS = f"http://127.0.0.1:{product.PORT}/status.json"
 
 
 @pytest.fixture
 def port():
     """The service's port, ours alone: a name that disappears with us, however we end, says so."""
-    def bind(claim, address):
+    def succeeds(call, *arguments):
         try:
-            claim.bind(address)
+            call(*arguments)
         except OSError:
             return False
         return True
 
     with socket.socket(socket.AF_UNIX) as name:
-        wait_for("the turn", lambda: bind(name, "\0velmor-pellix-8787"), 180)
-        with socket.socket() as probe:
-            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            wait_for(f"port {PORT}", lambda: bind(probe, ("127.0.0.1", PORT)), 60)
-        yield PORT
+        wait_for("the turn", lambda: succeeds(name.bind, "\0velmor-pellix-8787"), 180)
+        wait_for("the port", lambda: succeeds(require_free, product.PORT), 60)
+        yield
 
 
 @pytest.fixture
@@ -55,17 +53,9 @@ def guards(application):
                 arguments = file.read().decode().split("\0")
         except OSError:
             continue
-        if os.path.join(application.support, "velmor-guard") in arguments and "run" in arguments:
+        if application.installed_guard in arguments and "run" in arguments:
             found.append(pid)
     return found
-
-
-def answers():
-    try:
-        with urllib.request.urlopen(ADDRESS + "/status.json", timeout=1) as answer:
-            return answer.status == 200
-    except OSError:
-        return False
 
 
 def launch(application):
@@ -80,7 +70,7 @@ def test_a_killed_service_comes_back(application):
         [guard] = guards(application)
         os.kill(guard, signal.SIGKILL)
         wait_for("another service", lambda: guards(application) not in ([], [guard]))
-        wait_for("its answer", answers)
+        wait_for("its answer", lambda: answers(STATUS))
 
 
 def test_the_next_launch_runs_the_bundles_new_binary(application):
@@ -93,7 +83,7 @@ def test_the_next_launch_runs_the_bundles_new_binary(application):
     launch(application)
     assert guards(application) != [older]
     assert application.titles()[7] == "GEN-new"
-    with urllib.request.urlopen(ADDRESS + "/status.json", timeout=5) as answer:
+    with urllib.request.urlopen(STATUS, timeout=5) as answer:
         assert b"GEN-new" in answer.read()
 
 
@@ -106,7 +96,7 @@ def test_quitting_leaves_the_service_running(application):
     application.desktop.press("Return")
     assert application.wait_for_end() == 0
     assert guards(application) == before
-    assert answers()
+    assert answers(STATUS)
 
 
 def test_the_service_gets_its_arguments_environment_and_logs(application):

@@ -2,13 +2,13 @@
 
 import pytest
 
-from e2e_harness import SERVICE_ID, tint
 from desktop import notifier, product
 from desktop.processes import TimedOut, wait_for
+from e2e_harness import SERVICE_ID, expect_page, pixel_tint, wait_for_usual_menu
 
 
 @pytest.fixture
-def in_bar(application_on):
+def application(application_on):
     """In a session with a menu bar and no StatusNotifierItem host."""
     return application_on(bar="light")
 
@@ -32,14 +32,14 @@ def test_the_icon_in_a_bar_has_its_colour(application_on, service, bar, state):
              if max(abs(a - b) for a, b in zip(pixel, background)) > 100]
     assert len(drawn) > 40, "nothing is drawn"
     wanted = product.STATES[state].tint or "none"
-    same = [pixel for pixel in drawn if tint(*pixel) == wanted]
+    same = [pixel for pixel in drawn if pixel_tint(*pixel) == wanted]
     assert len(same) > 0.6 * len(drawn)  # the rest are edges, between both colours
 
 
-def test_a_session_without_a_bus_has_the_icon_too(in_bar, service):
-    in_bar.desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent/bus"
-    start(in_bar, service)
-    in_bar.open_menu()
+def test_a_session_without_a_bus_has_the_icon_too(application, service):
+    application.desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nonexistent/bus"
+    start(application, service)
+    application.open_menu()
 
 
 def open_menu(application):
@@ -48,9 +48,9 @@ def open_menu(application):
 
 
 @pytest.mark.parametrize("state", product.STATES)
-def test_a_click_opens_the_whole_menu(in_bar, service, state):
-    start(in_bar, service, state)
-    entries = open_menu(in_bar)
+def test_a_click_opens_the_whole_menu(application, service, state):
+    start(application, service, state)
+    entries = open_menu(application)
     assert [entry.name or product.SEPARATOR for entry in entries] == product.menu(
         state, "5 min ago", SERVICE_ID)
     assert [entry.role == "separator" for entry in entries] == [
@@ -60,81 +60,80 @@ def test_a_click_opens_the_whole_menu(in_bar, service, state):
 
 
 @pytest.mark.parametrize("identifier", ["R&D_lab", "A_B__C", "<b>x</b>", "two\nlines", "x" * 10_000])
-def test_identifiers_are_shown_and_copied_as_they_are(in_bar, service, identifier):
+def test_identifiers_are_shown_and_copied_as_they_are(application, service, identifier):
     service.status["device_id"] = identifier
-    start(in_bar, service)
-    row = open_menu(in_bar)[7]
+    start(application, service)
+    row = open_menu(application)[7]
     x, _y, width, _height = row.frame
-    assert 0 <= x and x + width <= in_bar.desktop.size[0]
-    in_bar.desktop.press("Down", "Down", "Down", "Return")  # the first key chose the first command
-    wait_for("the copy", lambda: in_bar.desktop.clipboard() == identifier)
+    assert 0 <= x and x + width <= application.desktop.size[0]
+    # The first key chose the first command.
+    application.desktop.press("Down", "Down", "Down", "Return")
+    application.desktop.wait_for_clipboard(identifier)
 
 
 @pytest.mark.parametrize("state, key, page", [
     ("authorized", "ctrl+o", "/authorize"), ("stale", "ctrl+a", "/"), ("stale", "ctrl+s", "/"),
 ])
-def test_key_equivalents_work_while_the_menu_is_open(in_bar, service, state, key, page):
-    start(in_bar, service, state)
-    in_bar.open_menu()
-    in_bar.desktop.press(key)
-    wait_for("the page", in_bar.desktop.opened_pages)
-    assert in_bar.desktop.opened_pages() == [f"http://127.0.0.1:{service.port}{page}"]
-    wait_for("the end of the menu", lambda: not in_bar.popups())
+def test_key_equivalents_work_while_the_menu_is_open(application, service, state, key, page):
+    start(application, service, state)
+    application.open_menu()
+    application.desktop.press(key)
+    expect_page(application, service, page)
+    wait_for("the end of the menu", lambda: not application.popups())
 
 
-def test_key_equivalents_do_nothing_otherwise(in_bar, service):
-    in_bar.set_defaults(port=service.port)
-    start(in_bar, service)
-    in_bar.window(product.WINDOW_TITLE)
-    in_bar.desktop.press("ctrl+q", "ctrl+s")
+def test_key_equivalents_do_nothing_otherwise(application, service):
+    application.set_defaults(port=service.port)
+    start(application, service)
+    application.window(product.WINDOW_TITLE)
+    application.desktop.press("ctrl+q", "ctrl+s")
     with pytest.raises(TimedOut):
-        wait_for("a page", in_bar.desktop.opened_pages, 1)
-    assert [window.texts()[0] for window in in_bar.windows()] == [product.WINDOW_HEADING]
+        wait_for("a page", application.desktop.opened_pages, 1)
+    assert [window.texts()[0] for window in application.windows()] == [product.WINDOW_HEADING]
 
 
-def test_i_shows_the_window_and_q_asks(in_bar, service):
-    start(in_bar, service)
-    in_bar.open_menu()
-    in_bar.desktop.press("ctrl+i")
-    assert in_bar.window(product.WINDOW_TITLE).texts()[-1] == SERVICE_ID
-    in_bar.desktop.press("Return")
-    wait_for("the end of the window", lambda: not in_bar.windows())
-    in_bar.open_menu()
-    in_bar.desktop.press("ctrl+q")
-    assert in_bar.window(product.WINDOW_TITLE).texts()[0] == product.QUIT_QUESTION
-    in_bar.desktop.settled_picture()
-    in_bar.desktop.press("Return")
-    assert in_bar.wait_for_end() == 0
+def test_i_shows_the_window_and_q_asks(application, service):
+    start(application, service)
+    application.open_menu()
+    application.desktop.press("ctrl+i")
+    assert application.window(product.WINDOW_TITLE).texts()[-1] == SERVICE_ID
+    application.desktop.press("Return")
+    application.wait_for_no_windows()
+    application.open_menu()
+    application.desktop.press("ctrl+q")
+    assert application.window(product.WINDOW_TITLE).texts()[0] == product.QUIT_QUESTION
+    application.desktop.settled_picture()
+    application.desktop.press("Return")
+    assert application.wait_for_end() == 0
 
 
-def test_an_open_menu_stays_through_a_poll_and_works(in_bar, service):
-    start(in_bar, service)
-    entries = open_menu(in_bar)
+def test_an_open_menu_stays_through_a_poll_and_works(application, service):
+    start(application, service)
+    entries = open_menu(application)
     service.status["state"] = "revoked"
     service.wait_for_requests(2)
-    in_bar.desktop.settled_picture()
-    assert len(in_bar.popups()) == 1
+    application.desktop.settled_picture()
+    assert len(application.popups()) == 1
     assert [entry.name for entry in entries][0] == product.STATES["authorized"].summary
-    in_bar.desktop.press("Return")
-    wait_for("the page", in_bar.desktop.opened_pages)
-    assert in_bar.desktop.opened_pages() == [f"http://127.0.0.1:{service.port}/authorize"]
-    assert open_menu(in_bar)[0].name == product.STATES["revoked"].summary
+    application.desktop.press("Return")
+    expect_page(application, service, "/authorize")
+    assert open_menu(application)[0].name == product.STATES["revoked"].summary
 
 
 @pytest.mark.parametrize("place, text", [
     ("icon", product.tooltip("stale")),
     ("row", "Click to copy — IT needs this to approve your Mac"),
 ])
-def test_tooltips_appear_under_the_pointer(in_bar, service, place, text):
-    start(in_bar, service, "stale")
+def test_tooltips_appear_under_the_pointer(application, service, place, text):
+    start(application, service, "stale")
     if place == "icon":
-        frame = in_bar.bar_icon()
+        frame = application.bar_icon()
     else:
-        frame = open_menu(in_bar)[7].frame
+        frame = open_menu(application)[7].frame
     x, y = frame[0] + frame[2] // 2, frame[1] + frame[3] // 2
-    in_bar.desktop.point(x - 3, y)
-    in_bar.desktop.point(x, y)
-    wait_for("the tooltip", lambda: text in [window.name for window in in_bar.windows()], 5)
+    application.desktop.point(x - 3, y)
+    application.desktop.point(x, y)
+    wait_for("the tooltip", lambda: text in [window.name for window in application.windows()], 5)
 
 
 def test_a_host_that_comes_late_gets_the_item(application_on, service):
@@ -142,15 +141,16 @@ def test_a_host_that_comes_late_gets_the_item(application_on, service):
     application.start()
     service.wait_for_requests(1)
     application.desktop.host = notifier.Host(application.desktop.bus_address)
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
 
 
-def test_a_host_that_comes_again_gets_the_item_again(application, service):
+def test_a_host_that_comes_again_gets_the_item_again(application_on):
+    application = application_on(tray=True)
     application.start()
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
     application.desktop.host.close()
     application.desktop.host = notifier.Host(application.desktop.bus_address)
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
 
 
 def test_a_bar_that_comes_late_gets_the_icon(application_on, service):
@@ -164,6 +164,6 @@ def test_a_bar_that_comes_late_gets_the_icon(application_on, service):
 def test_a_host_is_preferred_to_a_bar(application_on, service):
     application = application_on(tray=True, bar="light")
     application.start()
-    application.wait_for_titles(product.menu("authorized", "5 min ago", SERVICE_ID))
+    wait_for_usual_menu(application)
     with pytest.raises(TimedOut):
         application.bar_icon(timeout=1)

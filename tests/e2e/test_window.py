@@ -4,9 +4,9 @@ import time
 
 import pytest
 
-from e2e_harness import GUARD_ID
 from desktop import product
 from desktop.processes import wait_for
+from e2e_harness import GUARD_ID
 
 
 @pytest.fixture
@@ -57,13 +57,12 @@ def test_the_box_is_round_and_lighter_than_the_window(application, window):
     assert inside == (255, 255, 255) != outside
 
 
-def middle_of_label(application, window):
+def picture_of_identifier(application, window):
     x, y, width, height = window.find("label", window.texts()[-1]).frame
     return application.desktop.picture().crop(x, y, width, height)
 
 
-def ink(picture):
-    """The columns in which something is written."""
+def written_columns(picture):
     return [x for x in range(picture.width)
             if any(sum(picture.pixel(x, y)) < 384 for y in range(picture.height))]
 
@@ -78,9 +77,9 @@ def test_a_long_identifier_is_cut_in_its_middle(application, window):
         application.desktop.settled_picture()
         label = window.find("label", "GEN-start" + middle + "end")
         assert label.description == "GEN-start" + middle + "end"
-        pictures.append(middle_of_label(application, window))
+        pictures.append(picture_of_identifier(application, window))
         application.stop()
-    columns = ink(pictures[0])
+    columns = written_columns(pictures[0])
     assert columns[0] < 8 and 400 < columns[-1] <= 440
     for left, width in ((0, 70), (410, 30)):  # "GEN-start" and "end" stand in both
         assert pictures[0].crop(left, 0, width, 24).rows == pictures[1].crop(left, 0, width, 24).rows
@@ -112,9 +111,9 @@ def test_a_second_press_does_not_prolong_it(application, window):
 
 def test_copying_and_closing_at_once_harms_nothing(application, window):
     window.find("push button", product.COPY).press()
-    wait_for("the copy", lambda: application.desktop.clipboard() == GUARD_ID)
+    application.desktop.wait_for_clipboard(GUARD_ID)
     application.desktop.press("Return")
-    wait_for("the end of the window", lambda: not application.windows())
+    application.wait_for_no_windows()
     time.sleep(2)
     assert application.running and application.said() == ""
     assert application.desktop.clipboard() == GUARD_ID
@@ -145,7 +144,7 @@ def test_it_closes(application, window, way):
         application.desktop.press("Tab", "Return")
     else:
         application.desktop.press(way)
-    wait_for("the end of the window", lambda: not application.windows())
+    application.wait_for_no_windows()
     assert application.running
 
 
