@@ -10,7 +10,6 @@ from packaging_harness import ROOT
 UNINSTALL = "packaging/macos/uninstall"
 SERVICE, MENUBAR = "com.velmor.pellix", "com.velmor.pellix.menubar"
 DOMAIN, PACKAGE = "com.velmor.pellix.app", "com.velmor.pellix.pkg"
-UIDS = {"ann": 501, "bob": 502, "nobody-home": 503}
 
 
 def launchctl(home, *arguments):

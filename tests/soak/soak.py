@@ -23,6 +23,7 @@ sys.path.insert(0, str(TESTS))
 
 from gi.repository import GLib  # noqa: E402
 
+from desktop import product  # noqa: E402
 from desktop.application import Application  # noqa: E402
 from desktop.processes import wait_for  # noqa: E402
 from desktop.session import Desktop  # noqa: E402
@@ -31,7 +32,7 @@ PROGRAM = TESTS.parent / "build/dev/tests/soak/soak"
 WARM_UP = 1000  # polls
 WARM_UP_DEEDS = 40  # enough for every use of every kind of identifier
 MEMORY_LIMIT = 1024  # KiB
-STATES = ["authorized", "not_enrolled", "offline", "stale", "revoked", "unknown", "nonsense"]
+STATES = [*product.STATES, "nonsense"]
 SEED = 1
 
 

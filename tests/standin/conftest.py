@@ -1,6 +1,7 @@
 import pytest
 
-from standin_harness import Guard, Sandbox, eventually
+from desktop.processes import wait_for
+from standin_harness import Guard, Sandbox
 
 
 @pytest.fixture
@@ -16,7 +17,7 @@ def make_sandbox(tmp_path):
         if sandbox.runtime.exists():
             result = sandbox.launchctl("shutdown")
             assert result.returncode == 0, result.stderr
-        eventually(lambda: not sandbox.supervisors())
+        wait_for("the supervisors' end", lambda: not sandbox.supervisors())
 
 
 @pytest.fixture

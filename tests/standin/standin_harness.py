@@ -1,5 +1,6 @@
 """What the tests run the stand-ins with: a home folder, an installed service."""
 
+import contextlib
 import http.client
 import json
 import os
@@ -8,37 +9,23 @@ import plistlib
 import random
 import shutil
 import signal
-import socket
 import subprocess
-import time
 import urllib.parse
+
+from desktop.processes import running_with
+from desktop.service import require_free
 
 STANDIN = pathlib.Path(__file__).resolve().parents[2] / "standin"
 LABEL = "com.velmor.pellix.test"
 DOMAIN = f"gui/{os.getuid()}"
 
 
-def eventually(condition, timeout=10.0):
-    """The first true result of the condition; fails when none comes in time."""
-    deadline = time.monotonic() + timeout
-    while True:
-        result = condition()
-        if result:
-            return result
-        assert time.monotonic() < deadline, "did not happen in time"
-        time.sleep(0.02)
-
-
 def unclaimed_port():
     """A free port that the system gives to nobody who asks for just any, so that it stays free."""
     while True:
         port = random.randrange(20000, 32000)
-        with socket.socket() as probe:
-            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            try:
-                probe.bind(("127.0.0.1", port))
-            except OSError:
-                continue
+        with contextlib.suppress(OSError):
+            require_free(port)
             return port
 
 
@@ -101,15 +88,11 @@ class Sandbox:
 
     def supervisors(self):
         found = []
-        for process in pathlib.Path("/proc").glob("[0-9]*"):
-            try:
-                name = (process / "comm").read_text().strip()
-                variables = (process / "environ").read_bytes().split(b"\0")
-            except OSError:
-                continue
-            if (name == "launchd-standin" and b"HOME=" + os.fsencode(self.home) in variables
-                    and is_running(int(process.name))):
-                found.append(int(process.name))
+        for pid in running_with("HOME", self.home):
+            with contextlib.suppress(OSError):
+                name = pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
+                if name == "launchd-standin" and is_running(pid):
+                    found.append(pid)
         return found
 
 

@@ -11,7 +11,8 @@ import time
 
 import pytest
 
-from standin_harness import DOMAIN, LABEL, STANDIN, eventually, is_running, unclaimed_port
+from desktop.processes import wait_for
+from standin_harness import DOMAIN, LABEL, STANDIN, is_running, unclaimed_port
 
 NO_SUCH_PROCESS = (3, "Boot-out failed: 3: No such process\n")
 NOT_FOUND = (113, f'Could not find service "{LABEL}" in domain for user gui: {os.getuid()}\n')
@@ -34,6 +35,11 @@ def running_pid(sandbox, label=LABEL):
 
 def pids_in(path):
     return [int(line) for line in path.read_text().split()] if path.exists() else []
+
+
+def wait_for_supervisors_end(sandbox):
+    wait_for("the supervisor's end",
+             lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
 
 
 # Loading, starting, unloading
@@ -62,7 +68,7 @@ def test_theRewrittenPropertyListCountsAfterReloading(sandbox):
     log = sandbox.home / "log"
     path = sandbox.write_agent("echo new", RunAtLoad=True, StandardOutPath=str(log))
     succeeded(sandbox.bootstrap(path))
-    eventually(lambda: log.exists() and log.read_text() == "new\n")
+    wait_for("the new job", lambda: log.exists() and log.read_text() == "new\n")
 
 
 def test_theJobSeesItsOwnEnvironmentOnly(sandbox):
@@ -70,8 +76,8 @@ def test_theJobSeesItsOwnEnvironmentOnly(sandbox):
     path = sandbox.write_agent("env; pwd", RunAtLoad=True, StandardOutPath=str(log),
                                EnvironmentVariables={"VLX_QUIET": "1", "TEXT": "a=b c"})
     succeeded(sandbox.bootstrap(path, variables={"CALLERS": "secret", "DISPLAY": ":77"}))
-    lines = eventually(lambda: log.exists() and log.read_text().endswith("/\n")
-                       and log.read_text().splitlines())
+    lines = wait_for("the environment", lambda: log.exists() and log.read_text().endswith("/\n")
+                     and log.read_text().splitlines())
     assert {"VLX_QUIET=1", "TEXT=a=b c", f"HOME={sandbox.home}", "DISPLAY=:77",
             f"XPC_SERVICE_NAME={LABEL}"} <= set(lines)
     assert lines[-1] == "/"
@@ -84,8 +90,8 @@ def test_outputIsAppendedToItsFiles(sandbox):
     path = sandbox.write_agent("echo out; echo err >&2", RunAtLoad=True,
                                StandardOutPath=str(out), StandardErrorPath=str(err))
     succeeded(sandbox.bootstrap(path))
-    eventually(lambda: out.read_text() == "before\nout\n")
-    eventually(lambda: err.read_text() == "err\n")
+    wait_for("the output", lambda: out.read_text() == "before\nout\n")
+    wait_for("the errors", lambda: err.read_text() == "err\n")
 
 
 def test_argumentsArePassedAsTheyAre(sandbox):
@@ -94,7 +100,7 @@ def test_argumentsArePassedAsTheyAre(sandbox):
     path = sandbox.write_agent(ProgramArguments=arguments, RunAtLoad=True,
                                StandardOutPath=str(log))
     succeeded(sandbox.bootstrap(path))
-    eventually(lambda: log.exists() and log.read_text() == "[a b][][$HOME][ä]")
+    wait_for("the output", lambda: log.exists() and log.read_text() == "[a b][][$HOME][ä]")
 
 
 def test_binaryPropertyListsAreRead(sandbox):
@@ -131,13 +137,13 @@ def test_kickstartWithKillStartsAJobThatDoesNotRun(sandbox):
 @pytest.mark.parametrize("script", ["exit 0", "exit 1", "kill -9 $$"])
 def test_aJobKeptAliveIsRestartedAfterAnyExit(sandbox, script):
     succeeded(sandbox.bootstrap(sandbox.write_agent(script, KeepAlive=True, ThrottleInterval=0.1)))
-    eventually(lambda: int(sandbox.print()["runs"]) >= 3)
+    wait_for("three runs", lambda: int(sandbox.print()["runs"]) >= 3)
 
 
 def test_aJobNotKeptAliveStaysAway(sandbox):
     path = sandbox.write_agent("exit 3", RunAtLoad=True, KeepAlive=False, ThrottleInterval=0)
     succeeded(sandbox.bootstrap(path))
-    eventually(lambda: sandbox.print()["state"] == "not running")
+    wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
     time.sleep(0.3)
     shown = sandbox.print()
     assert (shown["runs"], shown["last exit code"]) == ("1", "3")
@@ -147,7 +153,7 @@ def starts_of_three_runs(sandbox, variables=None, **keys):
     log = sandbox.home / "starts"
     path = sandbox.write_agent("date +%s.%N", KeepAlive=True, StandardOutPath=str(log), **keys)
     succeeded(sandbox.bootstrap(path, variables=variables or {}))
-    eventually(lambda: log.exists() and len(log.read_text().split()) >= 3)
+    wait_for("three runs", lambda: log.exists() and len(log.read_text().split()) >= 3)
     return [float(line) for line in log.read_text().split()[:3]]
 
 
@@ -168,7 +174,7 @@ def test_thePropertyListsThrottleIntervalGoesFirst(sandbox):
 def test_withoutAnyThrottleIntervalARestartTakesLaunchdsTenSeconds(sandbox):
     path = sandbox.write_agent("exit 0", KeepAlive=True)
     succeeded(sandbox.bootstrap(path, variables={"LAUNCHCTL_THROTTLE_INTERVAL": "nonsense"}))
-    eventually(lambda: sandbox.print()["state"] == "not running")
+    wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
     time.sleep(1)
     assert sandbox.print()["runs"] == "1"
 
@@ -176,7 +182,7 @@ def test_withoutAnyThrottleIntervalARestartTakesLaunchdsTenSeconds(sandbox):
 def test_kickstartDoesNotWaitForTheThrottle(sandbox):
     path = sandbox.write_agent("exit 0", KeepAlive=True, ThrottleInterval=1000)
     succeeded(sandbox.bootstrap(path))
-    eventually(lambda: sandbox.print()["state"] == "not running")
+    wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
     succeeded(sandbox.kickstart("-k"))
     assert sandbox.print()["runs"] == "2"
 
@@ -189,7 +195,7 @@ def test_aJobThatIgnoresSigtermIsKilled(sandbox, stop):
     path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
                                RunAtLoad=True, KeepAlive=True, ExitTimeOut=1)
     succeeded(sandbox.bootstrap(path))
-    eventually(ready.exists)
+    wait_for("the job", ready.exists)
     pid = running_pid(sandbox)
     start = time.monotonic()
     succeeded(sandbox.bootout() if stop == "bootout" else sandbox.launchctl("shutdown"))
@@ -202,11 +208,12 @@ def test_aJobMayEndInItsOwnWay(sandbox):
     path = sandbox.write_agent(f"trap 'echo > \"{ended}\"; exit' TERM; echo > '{ready}'; "
                                "while :; do sleep 0.1; done", RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
-    eventually(ready.exists)
+    wait_for("the job", ready.exists)
     succeeded(sandbox.bootout())
     assert ended.exists()
 
 
+# A job and two children, one of them in a process group of its own; each notes its process ID.
 FAMILY = """
 pids='{pids}'
 set -m
@@ -218,12 +225,16 @@ echo $$ >> "$pids"
 """
 
 
+def wait_for_family(pids):
+    return wait_for("the whole family", lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+
+
 @pytest.mark.parametrize("stop", ["bootout", "shutdown", "kickstart"])
 def test_aJobsChildrenGoWithIt(sandbox, stop):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
-    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    family = wait_for_family(pids)
     assert all(map(is_running, family))
     if stop == "shutdown":
         succeeded(sandbox.launchctl("shutdown"))
@@ -236,8 +247,8 @@ def test_childrenDoNotOutliveAJobThatEnds(sandbox):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="exit 0"), RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
-    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
-    eventually(lambda: not any(map(is_running, family)))
+    family = wait_for_family(pids)
+    wait_for("the family's end", lambda: not any(map(is_running, family)))
 
 
 # Exit statuses
@@ -267,9 +278,10 @@ def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
         f"trap '' TERM; echo > '{ready}'; while ! [ -e '{end}' ]; do sleep 0.1; done",
         RunAtLoad=True, ExitTimeOut=30)
     succeeded(sandbox.bootstrap(path))
-    eventually(ready.exists)
+    wait_for("the job", ready.exists)
     unloading = sandbox.start("bootout", f"{DOMAIN}/{LABEL}")
-    eventually(lambda: sandbox.launchctl("print", f"{DOMAIN}/{LABEL}").returncode == 113)
+    wait_for("the unloading",
+             lambda: sandbox.launchctl("print", f"{DOMAIN}/{LABEL}").returncode == 113)
     assert outcome(sandbox.bootstrap(path)) == (
         37, "Bootstrap failed: 37: Operation already in progress\n")
     assert outcome(sandbox.kickstart("-k")) == NOT_FOUND
@@ -283,7 +295,7 @@ def test_unloadingEndsARestartInProgress(sandbox):
     path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
                                RunAtLoad=True, ExitTimeOut=1)
     succeeded(sandbox.bootstrap(path))
-    eventually(ready.exists)
+    wait_for("the job", ready.exists)
     restarting = sandbox.start("kickstart", "-k", f"{DOMAIN}/{LABEL}")
     time.sleep(0.3)
     succeeded(sandbox.bootout())
@@ -368,7 +380,7 @@ def test_helpNamesTheStandInsOwnCommand(sandbox, argument):
 def test_aJobThatCannotStartIsLoadedAllTheSame(sandbox, keys):
     path = sandbox.write_agent(KeepAlive=True, ThrottleInterval=0.1, **keys)
     succeeded(sandbox.bootstrap(path))
-    shown = eventually(lambda: int(sandbox.print()["runs"]) >= 2 and sandbox.print())
+    shown = wait_for("two runs", lambda: int(sandbox.print()["runs"]) >= 2 and sandbox.print())
     assert shown["state"] == "not running"
     assert shown["last exit code"].startswith("78: EX_CONFIG")
     succeeded(sandbox.bootout())
@@ -383,7 +395,7 @@ def test_itLeavesWithTheLastJob(sandbox):
     succeeded(sandbox.bootout("one"))
     assert is_running(running_pid(sandbox, "two"))
     succeeded(sandbox.bootout("two"))
-    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+    wait_for_supervisors_end(sandbox)
 
 
 def test_shutdownLeavesNothingBehind(sandbox):
@@ -396,7 +408,7 @@ def test_shutdownLeavesNothingBehind(sandbox):
     succeeded(sandbox.launchctl("shutdown"))
     assert not any(map(is_running, pids))
     assert sorted(sandbox.home.rglob("*")) == sorted(before + paths)
-    eventually(lambda: not sandbox.supervisors(), timeout=1)
+    wait_for("the supervisor's end", lambda: not sandbox.supervisors(), timeout=1)
     succeeded(sandbox.launchctl("shutdown"))
 
 
@@ -446,7 +458,7 @@ def test_theCallersSignalsDoNotReachIt(sandbox):
 def test_itSleepsWhileNothingHappens(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
     succeeded(sandbox.bootstrap(sandbox.write_agent("exit 0", "done", KeepAlive=True)))
-    eventually(lambda: sandbox.print("done")["state"] == "not running")
+    wait_for("the job's end", lambda: sandbox.print("done")["state"] == "not running")
     (supervisor,) = sandbox.supervisors()
 
     def wakeups():
@@ -464,7 +476,7 @@ def test_sigtermStopsItAndItsJobs(sandbox):
     pid = running_pid(sandbox)
     (supervisor,) = sandbox.supervisors()
     os.kill(supervisor, signal.SIGTERM)
-    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+    wait_for_supervisors_end(sandbox)
     assert not is_running(pid)
 
 
@@ -472,7 +484,7 @@ def test_aDeletedHomeTakesItsJobsWithIt(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
     pid = running_pid(sandbox)
     shutil.rmtree(sandbox.home)
-    eventually(lambda: not sandbox.supervisors(), timeout=15)
+    wait_for("the supervisor's end", lambda: not sandbox.supervisors(), timeout=15)
     assert not is_running(pid)
 
 
@@ -481,7 +493,7 @@ def test_aDeletedHomeTakesItsJobsWithIt(sandbox):
 def kill_supervisor(sandbox):
     (supervisor,) = sandbox.supervisors()
     os.kill(supervisor, signal.SIGKILL)
-    eventually(lambda: not is_running(supervisor))
+    wait_for("its end", lambda: not is_running(supervisor))
 
 
 @pytest.mark.parametrize("command, expected", [
@@ -492,7 +504,7 @@ def test_aKilledSupervisorsJobsAreFoundAndStopped(sandbox, command, expected):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
     succeeded(sandbox.bootstrap(path))
-    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    family = wait_for_family(pids)
     kill_supervisor(sandbox)
     assert outcome(sandbox.launchctl(*command)) == expected
     assert not any(map(is_running, family))
@@ -503,11 +515,11 @@ def test_childrenOfAnOrphanThatEndedAreStoppedToo(sandbox):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
     succeeded(sandbox.bootstrap(path))
-    family = eventually(lambda: len(pids_in(pids)) == 3 and pids_in(pids))
+    family = wait_for_family(pids)
     leader = running_pid(sandbox)
     kill_supervisor(sandbox)
     os.kill(leader, signal.SIGKILL)
-    eventually(lambda: not is_running(leader))
+    wait_for("the leader's end", lambda: not is_running(leader))
     succeeded(sandbox.launchctl("shutdown"))
     assert not any(map(is_running, family))
 
@@ -590,7 +602,7 @@ def test_comingAndGoingAtOnceLosesNoJob(sandbox):
 
     with concurrent.futures.ThreadPoolExecutor() as pool:
         assert list(pool.map(come_and_go, paths)) == [[(0, "")] * 12] * 3
-    eventually(lambda: not sandbox.supervisors() and not sandbox.runtime.exists())
+    wait_for_supervisors_end(sandbox)
 
 
 # The call log
@@ -632,12 +644,12 @@ def test_theServiceRunsUnderIt(sandbox, stopped_guard):
     sandbox.bootout()
     succeeded(sandbox.bootstrap(path))
     succeeded(sandbox.kickstart("-k"))
-    eventually(answers)
+    wait_for("an answer", answers)
     guard.set(state="revoked")
     succeeded(sandbox.kickstart("-k"))
-    assert eventually(answers)["state"] == "revoked"
+    assert wait_for("an answer", answers)["state"] == "revoked"
     os.kill(running_pid(sandbox), signal.SIGKILL)
-    assert eventually(answers)["state"] == "revoked"
+    assert wait_for("an answer", answers)["state"] == "revoked"
     succeeded(sandbox.bootout())
     assert answers() is None
     assert {file.name: file.read_text() for file in logs.iterdir()} == {
