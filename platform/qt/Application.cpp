@@ -17,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/qt/OwnEnvironment.h"
 #include "platform/qt/X11.h"
 
 using namespace Qt::StringLiterals;
@@ -102,9 +103,9 @@ Application::Application() {
   qInstallMessageHandler(dropMessage);
   // Windows are described to assistive technology from the start, not only from the moment when a
   // screen reader asks the session for it.
-  qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+  OwnEnvironment::set("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
   // Or the bus's library ends the program when the toolkit calls a bus that has ended.
-  qputenv("DBUS_FATAL_WARNINGS", "0");
+  OwnEnvironment::set("DBUS_FATAL_WARNINGS", "0");
   implementation = std::make_unique<Implementation>();
   silenceXlib();
   [[maybe_unused]] static const int registered = on_exit(endAtOnce, nullptr);

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/Error.h"
+#include "platform/qt/OwnEnvironment.h"
 
 namespace platform {
 
@@ -41,6 +42,15 @@ class ChildSettings {
   posix_spawn_file_actions_t files;
   posix_spawnattr_t attributes;
 };
+
+/// As the system takes them, a null at the end; for as long as `texts` lives.
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
 
 }  // namespace
 
@@ -95,12 +105,11 @@ void Task::launch() {
     check(::posix_spawn_file_actions_addopen(&settings.files, STDERR_FILENO, "/dev/null", O_WRONLY,
                                              0));
   }
-  std::vector<char*> arguments;
-  for (std::string& argument : task.arguments) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
+  const auto arguments = pointersTo(task.arguments);
+  auto variables = OwnEnvironment::forChildren();
   pid_t pid = 0;
   check(::posix_spawn(&pid, arguments.front(), &settings.files, &settings.attributes,
-                      arguments.data(), environ));
+                      arguments.data(), pointersTo(variables).data()));
   task.pid = pid;
 }
 

@@ -3,6 +3,7 @@
 #include <QProcess>
 
 #include "platform/qt/Conversions.h"
+#include "platform/qt/OwnEnvironment.h"
 
 using namespace Qt::StringLiterals;
 
@@ -12,6 +13,7 @@ void openUrl(const Url& url) {
   QProcess opener;
   opener.setProgram(u"xdg-open"_s);
   opener.setArguments({toQString(url.absoluteString())});
+  opener.setProcessEnvironment(OwnEnvironment::forQtsChildren());
   // What the browser prints is not this program's output.
   opener.setStandardInputFile(QProcess::nullDevice());
   opener.setStandardOutputFile(QProcess::nullDevice());

@@ -175,7 +175,6 @@ class Desktop:
             "HOME": self.home,
             "LANG": "C.UTF-8",
             "PATH": self.path("bin") + ":/usr/local/bin:/usr/bin:/bin",
-            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
             "QT_QPA_PLATFORM": "xcb",
             "TMPDIR": self.make_folder("tmp"),
             "XDG_CACHE_HOME": os.path.join(self.home, ".cache"),
