@@ -179,6 +179,22 @@ def test_a_session_bus_that_ends_during_the_launch_ends_nothing_else(application
     assert application.running
 
 
+@pytest.mark.parametrize("share", range(8))
+def test_a_session_bus_that_ends_at_any_moment_of_a_launch_ends_nothing_else(
+        application_on, service, share):
+    application = application_on()
+    begin = time.monotonic()
+    application.start()
+    service.wait_for_requests(1)
+    duration = time.monotonic() - begin
+    application.stop()
+    application.start()
+    time.sleep(random.uniform(0, duration))
+    kill(application.desktop, "dbus-daemon")
+    service.wait_for_requests(2)
+    assert application.running
+
+
 def test_without_the_session_bus_a_bar_gets_the_icon(application_on, service):
     application = application_on(bar="light")
     kill(application.desktop, "dbus-daemon")
