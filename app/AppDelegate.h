@@ -54,8 +54,8 @@ class AppDelegate final : public platform::ApplicationDelegate,
   std::unique_ptr<platform::Timer> timer;
   Status status;
   std::shared_ptr<DeviceIdWindowController> idWindow;
-  std::string installedDeviceId{
-      placeholder};  ///< the last real ID seen, whatever polls bring later
+  /// The last real ID seen, whatever polls bring later.
+  std::string installedDeviceId{placeholder};
 };
 
 }  // namespace pellix

@@ -1,5 +1,6 @@
 #include <objc/runtime.h>
 
+#include "Commands.h"
 #include "Machine.h"
 #include "platform/Alert.h"
 #include "platform/Application.h"
@@ -29,16 +30,6 @@ class PlatformTest : public Machine {
     drain();
     EXPECT_EQ(leftBehind(), (std::map<std::string, int>()));
   }
-};
-
-/// A target that counts what it is told.
-struct Commands final : Target {
-  void perform(const Selector& selector) override {
-    performed.push_back(selector);
-    if (meanwhile) meanwhile();
-  }
-  std::vector<Selector> performed;
-  std::function<void()> meanwhile;
 };
 
 // Conversions
@@ -273,7 +264,7 @@ TEST_F(PlatformTest, ofSeveralMenusTheLastOneStays) {
 
 TEST_F(PlatformTest, itemsTellTheirTargetAsLongAsItLives) {
   StatusItem item(variableStatusItemLength);
-  auto target = std::make_shared<Commands>();
+  auto target = Commands::make();
   item.setMenu({{{.title = "Go", .action = Action{target, "go"}},
                  {.title = "Off", .action = Action{target, "off"}, .isEnabled = false},
                  MenuItem::separatorItem()}});
@@ -291,7 +282,7 @@ TEST_F(PlatformTest, itemsTellTheirTargetAsLongAsItLives) {
 
 TEST_F(PlatformTest, aCommandMayReplaceItsMenu) {
   StatusItem item(variableStatusItemLength);
-  auto target = std::make_shared<Commands>();
+  auto target = Commands::make();
   target->meanwhile = [&item] {
     item.setMenu({});
     doubles::runPending();
@@ -324,7 +315,7 @@ TEST_F(PlatformTest, anUnknownSymbolIsNoImage) {
 }
 
 TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
-  const auto target = std::make_shared<Commands>();
+  const auto target = Commands::make();
   const WindowContent content{
       .title = "T & <b>",
       .styleMask = {.miniaturizable = true, .resizable = true},
@@ -364,7 +355,7 @@ TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
 }
 
 TEST_F(PlatformTest, aButtonMayEndItsWindow) {
-  auto target = std::make_shared<Commands>();
+  auto target = Commands::make();
   auto window = std::make_unique<Window>(WindowContent{
       .contentView = {
           .frame = {0, 0, 9, 9},

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <functional>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -12,11 +12,15 @@ class Commands final : public platform::Target, public std::enable_shared_from_t
  public:
   static std::shared_ptr<Commands> make() { return std::make_shared<Commands>(); }
 
-  void perform(const platform::Selector& selector) override { performed.push_back(selector); }
+  void perform(const platform::Selector& selector) override {
+    performed.push_back(selector);
+    if (meanwhile) meanwhile();
+  }
 
   platform::Action action(platform::Selector selector) {
     return {weak_from_this(), std::move(selector)};
   }
 
   std::vector<platform::Selector> performed = {};
+  std::function<void()> meanwhile = {};  ///< what each command does
 };

@@ -7,22 +7,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "Shell.h"
 #include "TemporaryFolder.h"
 #include "platform/Error.h"
 
 namespace {
 
 using platform::Task;
-
-/// What a shell script prints.
-std::string outputOf(const std::string& script, const std::vector<std::string>& arguments = {}) {
-  std::vector<std::string> all = {"-c", script, "sh"};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  Task task("/bin/sh", all, Task::Output::captured);
-  task.launch();
-  task.waitUntilExit();
-  return task.readStandardOutputToEnd();
-}
 
 /// While it lives, one of the process's own streams is a file.
 class Redirection {

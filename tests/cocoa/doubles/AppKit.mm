@@ -354,7 +354,6 @@ static BOOL sendAction(SEL action, id target, id sender) {
 + (instancetype)wrappingLabelWithString:(NSString*)stringValue {
   NSTextField* made = [self labelWithString:stringValue];
   made.lineBreakMode = NSLineBreakByWordWrapping;
-  made.selectable = YES;
   return made;
 }
 
@@ -576,10 +575,6 @@ bool pressCommandKey(NSString* key, NSResponder* firstResponder) {
   return itsButton;
 }
 
-- (NSStatusBar*)statusBar {
-  return itsBar;
-}
-
 @end
 
 @implementation NSStatusBar
@@ -650,10 +645,6 @@ bool pressCommandKey(NSString* key, NSResponder* firstResponder) {
 
 - (BOOL)isVisible {
   return std::ranges::find(desktop.windows, self) != desktop.windows.end();
-}
-
-- (BOOL)isKeyWindow {
-  return desktop.key == self;
 }
 
 - (void)center {

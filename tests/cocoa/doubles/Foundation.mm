@@ -105,7 +105,6 @@ kern_return_t IOObjectRelease(io_object_t object) {
   pid_t pid;
   BOOL isLaunched;
   BOOL hasExited;
-  int status;
 }
 
 @synthesize executableURL = _executableURL, arguments = _arguments,
@@ -179,7 +178,7 @@ static void redirect(posix_spawn_file_actions_t* actions, NSPipe* pipe, int to) 
 }
 
 - (BOOL)reap {
-  if (!hasExited) hasExited = waitpid(pid, &status, WNOHANG) == pid;
+  if (!hasExited) hasExited = waitpid(pid, nullptr, WNOHANG) == pid;
   return hasExited;
 }
 
@@ -187,19 +186,13 @@ static void redirect(posix_spawn_file_actions_t* actions, NSPipe* pipe, int to) 
 - (void)waitUntilExit {
   [self requireLaunched:YES];
   if (!runtime::isMainThread()) {
-    waitpid(pid, &status, 0);
+    waitpid(pid, nullptr, 0);
     hasExited = YES;
     return;
   }
   loop::runInMode(
       NSDefaultRunLoopMode, [self] { return static_cast<bool>([self reap]); },
       std::numeric_limits<int>::max());
-}
-
-- (int)terminationStatus {
-  [self requireLaunched:YES];
-  if (!hasExited) raise(NSInvalidArgumentException, @"task still running");
-  return WEXITSTATUS(status);
 }
 
 @end

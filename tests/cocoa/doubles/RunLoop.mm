@@ -218,14 +218,6 @@ bool runUntil(const std::function<bool()>& condition, double seconds) {
   return timer;
 }
 
-- (NSTimeInterval)timeInterval {
-  return repeats ? interval : 0;
-}
-
-- (BOOL)isValid {
-  return isValid;
-}
-
 - (void)invalidate {
   if (!runtime::isMainThread())
     runtime::violation("A timer is invalidated off the thread of its run loop");

@@ -9,18 +9,12 @@
 #include <csignal>
 #include <string>
 
+#include "Shell.h"
 #include "TemporaryFolder.h"
 
 namespace {
 
 using platform::Task;
-
-std::string outputOf(const std::string& script) {
-  Task task("/bin/sh", {"-c", script}, Task::Output::captured);
-  task.launch();
-  task.waitUntilExit();
-  return task.readStandardOutputToEnd();
-}
 
 TEST(Task, aChildThatPrintsMuchIsNotStuck) {
   EXPECT_EQ(outputOf("head -c 10485760 /dev/zero").size(), 10'485'760u);

@@ -81,7 +81,6 @@ enum : NSLineBreakMode {
 @interface NSTextField : NSControl
 + (instancetype)labelWithString:(NSString*)stringValue;
 + (instancetype)wrappingLabelWithString:(NSString*)stringValue;
-@property(getter=isSelectable) BOOL selectable;
 @end
 
 typedef NSUInteger NSBezelStyle;
@@ -136,7 +135,6 @@ enum : NSBezelStyle { NSBezelStyleRounded = 1 };
 @property CGFloat length;
 @property(strong) NSMenu* menu;
 @property(readonly, strong) NSStatusBarButton* button;
-@property(readonly, weak) NSStatusBar* statusBar;
 @end
 
 @interface NSStatusBar : NSObject
@@ -159,7 +157,6 @@ typedef NSUInteger NSBackingStoreType;
 enum : NSBackingStoreType { NSBackingStoreBuffered = 2 };
 
 typedef NSInteger NSWindowLevel;
-constexpr NSWindowLevel NSNormalWindowLevel = 0;
 constexpr NSWindowLevel NSModalPanelWindowLevel = 8;
 
 @interface NSWindow : NSResponder
@@ -173,7 +170,6 @@ constexpr NSWindowLevel NSModalPanelWindowLevel = 8;
 @property(getter=isReleasedWhenClosed) BOOL releasedWhenClosed;
 @property(strong) NSView* contentView;
 @property(readonly, getter=isVisible) BOOL visible;
-@property(readonly, getter=isKeyWindow) BOOL keyWindow;
 @property(weak) NSWindowController* windowController;
 - (void)center;
 - (void)close;

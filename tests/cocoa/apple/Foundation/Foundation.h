@@ -66,8 +66,6 @@ void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block
 + (NSTimer*)scheduledTimerWithTimeInterval:(NSTimeInterval)interval
                                    repeats:(BOOL)repeats
                                      block:(void (^)(NSTimer* timer))block;
-@property(readonly) NSTimeInterval timeInterval;
-@property(readonly, getter=isValid) BOOL valid;
 - (void)invalidate;
 @end
 
@@ -87,7 +85,6 @@ void dispatch_after(dispatch_time_t when, dispatch_queue_t queue, dispatch_block
 @property(strong) id standardError;
 - (BOOL)launchAndReturnError:(NSError**)error;
 - (void)waitUntilExit;
-@property(readonly) int terminationStatus;
 @end
 
 @interface NSURLSessionConfiguration : NSObject <NSCopying>
