@@ -1,3 +1,5 @@
+"""script/package, on tools that only note how they were called."""
+
 import os
 import pathlib
 import plistlib

@@ -1,3 +1,5 @@
+"""What the installer package does once its files are in place."""
+
 import plistlib
 
 import pytest

@@ -1,3 +1,5 @@
+"""The configuration profile says what the sources say."""
+
 import plistlib
 import re
 import subprocess

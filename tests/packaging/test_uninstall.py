@@ -1,3 +1,5 @@
+"""packaging/macos/uninstall removes all that is the application's, and nothing else."""
+
 import os
 import plistlib
 import re

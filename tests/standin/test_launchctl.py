@@ -1,3 +1,5 @@
+"""standin/launchctl: loads, restarts and unloads jobs as launchd does."""
+
 import concurrent.futures
 import itertools
 import json
@@ -44,7 +46,7 @@ def wait_for_supervisors_end(sandbox):
 
 # Loading, starting, unloading
 
-def test_theInstallationsSequenceLoadsAndRestartsTheJob(sandbox):
+def test_the_installations_sequence_loads_and_restarts_the_job(sandbox):
     path = sandbox.write_agent(FOREVER, RunAtLoad=True, KeepAlive=True)
     assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
     succeeded(sandbox.bootstrap(path))
@@ -62,7 +64,7 @@ def test_theInstallationsSequenceLoadsAndRestartsTheJob(sandbox):
     assert is_running(running_pid(sandbox))
 
 
-def test_theRewrittenPropertyListCountsAfterReloading(sandbox):
+def test_the_rewritten_property_list_counts_after_reloading(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent("echo old; " + FOREVER, RunAtLoad=True)))
     succeeded(sandbox.bootout())
     log = sandbox.home / "log"
@@ -71,7 +73,7 @@ def test_theRewrittenPropertyListCountsAfterReloading(sandbox):
     wait_for("the new job", lambda: log.exists() and log.read_text() == "new\n")
 
 
-def test_theJobSeesItsOwnEnvironmentOnly(sandbox):
+def test_the_job_sees_its_own_environment_only(sandbox):
     log = sandbox.home / "environment"
     path = sandbox.write_agent("env; pwd", RunAtLoad=True, StandardOutPath=str(log),
                                EnvironmentVariables={"VLX_QUIET": "1", "TEXT": "a=b c"})
@@ -84,7 +86,7 @@ def test_theJobSeesItsOwnEnvironmentOnly(sandbox):
     assert not [line for line in lines if "secret" in line]
 
 
-def test_outputIsAppendedToItsFiles(sandbox):
+def test_output_is_appended_to_its_files(sandbox):
     out, err = sandbox.home / "out.log", sandbox.home / "err.log"
     out.write_text("before\n")
     path = sandbox.write_agent("echo out; echo err >&2", RunAtLoad=True,
@@ -94,7 +96,7 @@ def test_outputIsAppendedToItsFiles(sandbox):
     wait_for("the errors", lambda: err.read_text() == "err\n")
 
 
-def test_argumentsArePassedAsTheyAre(sandbox):
+def test_arguments_are_passed_as_they_are(sandbox):
     log = sandbox.home / "out.log"
     arguments = ["/usr/bin/printf", "[%s]", "a b", "", "$HOME", "ä"]
     path = sandbox.write_agent(ProgramArguments=arguments, RunAtLoad=True,
@@ -103,7 +105,7 @@ def test_argumentsArePassedAsTheyAre(sandbox):
     wait_for("the output", lambda: log.exists() and log.read_text() == "[a b][][$HOME][ä]")
 
 
-def test_binaryPropertyListsAreRead(sandbox):
+def test_binary_property_lists_are_read(sandbox):
     path = sandbox.agents / "binary.plist"
     path.write_bytes(plistlib.dumps({
         "Label": LABEL, "ProgramArguments": ["/bin/sleep", "1000"], "RunAtLoad": True,
@@ -112,21 +114,21 @@ def test_binaryPropertyListsAreRead(sandbox):
     assert sandbox.print()["state"] == "running"
 
 
-def test_aJobWithoutRunAtLoadWaitsForAKickstart(sandbox):
+def test_a_job_without_run_at_load_waits_for_a_kickstart(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER)))
     assert sandbox.print()["state"] == "not running"
     succeeded(sandbox.kickstart())
     assert is_running(running_pid(sandbox))
 
 
-def test_kickstartWithoutKillLeavesARunningJobAlone(sandbox):
+def test_kickstart_without_kill_leaves_a_running_job_alone(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
     before = running_pid(sandbox)
     succeeded(sandbox.kickstart())
     assert running_pid(sandbox) == before
 
 
-def test_kickstartWithKillStartsAJobThatDoesNotRun(sandbox):
+def test_kickstart_with_kill_starts_a_job_that_does_not_run(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER)))
     succeeded(sandbox.kickstart("-k"))
     assert is_running(running_pid(sandbox))
@@ -135,12 +137,12 @@ def test_kickstartWithKillStartsAJobThatDoesNotRun(sandbox):
 # Keeping alive
 
 @pytest.mark.parametrize("script", ["exit 0", "exit 1", "kill -9 $$"])
-def test_aJobKeptAliveIsRestartedAfterAnyExit(sandbox, script):
+def test_a_job_kept_alive_is_restarted_after_any_exit(sandbox, script):
     succeeded(sandbox.bootstrap(sandbox.write_agent(script, KeepAlive=True, ThrottleInterval=0.1)))
     wait_for("three runs", lambda: int(sandbox.print()["runs"]) >= 3)
 
 
-def test_aJobNotKeptAliveStaysAway(sandbox):
+def test_a_job_not_kept_alive_stays_away(sandbox):
     path = sandbox.write_agent("exit 3", RunAtLoad=True, KeepAlive=False, ThrottleInterval=0)
     succeeded(sandbox.bootstrap(path))
     wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
@@ -157,21 +159,21 @@ def starts_of_three_runs(sandbox, variables=None, **keys):
     return [float(line) for line in log.read_text().split()[:3]]
 
 
-def test_restartsKeepTheThrottleIntervalApart(sandbox):
+def test_restarts_keep_the_throttle_interval_apart(sandbox):
     starts = starts_of_three_runs(sandbox, ThrottleInterval=0.6)
     assert min(b - a for a, b in zip(starts, starts[1:])) > 0.5
 
 
-def test_theEnvironmentGivesTheThrottleIntervalWhereThePropertyListHasNone(sandbox):
+def test_the_environment_gives_the_throttle_interval_where_the_property_list_has_none(sandbox):
     starts = starts_of_three_runs(sandbox, {"LAUNCHCTL_THROTTLE_INTERVAL": "0.6"})
     assert min(b - a for a, b in zip(starts, starts[1:])) > 0.5
 
 
-def test_thePropertyListsThrottleIntervalGoesFirst(sandbox):
+def test_the_property_lists_throttle_interval_goes_first(sandbox):
     starts_of_three_runs(sandbox, {"LAUNCHCTL_THROTTLE_INTERVAL": "1000"}, ThrottleInterval=0.1)
 
 
-def test_withoutAnyThrottleIntervalARestartTakesLaunchdsTenSeconds(sandbox):
+def test_without_any_throttle_interval_a_restart_takes_launchds_ten_seconds(sandbox):
     path = sandbox.write_agent("exit 0", KeepAlive=True)
     succeeded(sandbox.bootstrap(path, variables={"LAUNCHCTL_THROTTLE_INTERVAL": "nonsense"}))
     wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
@@ -179,7 +181,7 @@ def test_withoutAnyThrottleIntervalARestartTakesLaunchdsTenSeconds(sandbox):
     assert sandbox.print()["runs"] == "1"
 
 
-def test_kickstartDoesNotWaitForTheThrottle(sandbox):
+def test_kickstart_does_not_wait_for_the_throttle(sandbox):
     path = sandbox.write_agent("exit 0", KeepAlive=True, ThrottleInterval=1000)
     succeeded(sandbox.bootstrap(path))
     wait_for("the job's end", lambda: sandbox.print()["state"] == "not running")
@@ -190,7 +192,7 @@ def test_kickstartDoesNotWaitForTheThrottle(sandbox):
 # Stopping
 
 @pytest.mark.parametrize("stop", ["bootout", "shutdown"])
-def test_aJobThatIgnoresSigtermIsKilled(sandbox, stop):
+def test_a_job_that_ignores_sigterm_is_killed(sandbox, stop):
     ready = sandbox.home / "ready"
     path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
                                RunAtLoad=True, KeepAlive=True, ExitTimeOut=1)
@@ -203,7 +205,7 @@ def test_aJobThatIgnoresSigtermIsKilled(sandbox, stop):
     assert 0.9 < time.monotonic() - start < 5
 
 
-def test_aJobMayEndInItsOwnWay(sandbox):
+def test_a_job_may_end_in_its_own_way(sandbox):
     ready, ended = sandbox.home / "ready", sandbox.home / "ended"
     path = sandbox.write_agent(f"trap 'echo > \"{ended}\"; exit' TERM; echo > '{ready}'; "
                                "while :; do sleep 0.1; done", RunAtLoad=True)
@@ -230,7 +232,7 @@ def wait_for_family(pids):
 
 
 @pytest.mark.parametrize("stop", ["bootout", "shutdown", "kickstart"])
-def test_aJobsChildrenGoWithIt(sandbox, stop):
+def test_a_jobs_children_go_with_it(sandbox, stop):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
@@ -243,7 +245,7 @@ def test_aJobsChildrenGoWithIt(sandbox, stop):
     assert not any(map(is_running, family))
 
 
-def test_childrenDoNotOutliveAJobThatEnds(sandbox):
+def test_children_do_not_outlive_a_job_that_ends(sandbox):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="exit 0"), RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
@@ -254,7 +256,7 @@ def test_childrenDoNotOutliveAJobThatEnds(sandbox):
 # Exit statuses
 
 @pytest.mark.parametrize("others", [False, True])
-def test_whatIsNotLoadedCannotBeFound(sandbox, others):
+def test_what_is_not_loaded_cannot_be_found(sandbox, others):
     if others:
         succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, label="other")))
     assert outcome(sandbox.bootout()) == NO_SUCH_PROCESS
@@ -264,7 +266,7 @@ def test_whatIsNotLoadedCannotBeFound(sandbox, others):
     assert sandbox.runtime.exists() == others
 
 
-def test_whatIsLoadedCannotBeLoadedAgain(sandbox):
+def test_what_is_loaded_cannot_be_loaded_again(sandbox):
     path = sandbox.write_agent(FOREVER, RunAtLoad=True)
     succeeded(sandbox.bootstrap(path))
     pid = running_pid(sandbox)
@@ -272,7 +274,7 @@ def test_whatIsLoadedCannotBeLoadedAgain(sandbox):
     assert running_pid(sandbox) == pid
 
 
-def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
+def test_what_is_being_unloaded_cannot_be_loaded(sandbox):
     ready, end = sandbox.home / "ready", sandbox.home / "end"
     path = sandbox.write_agent(
         f"trap '' TERM; echo > '{ready}'; while ! [ -e '{end}' ]; do sleep 0.1; done",
@@ -290,7 +292,7 @@ def test_whatIsBeingUnloadedCannotBeLoaded(sandbox):
     assert unloading.returncode == 0
 
 
-def test_unloadingEndsARestartInProgress(sandbox):
+def test_unloading_ends_a_restart_in_progress(sandbox):
     ready = sandbox.home / "ready"
     path = sandbox.write_agent(f"trap '' TERM; echo > '{ready}'; while :; do sleep 0.1; done",
                                RunAtLoad=True, ExitTimeOut=1)
@@ -303,7 +305,7 @@ def test_unloadingEndsARestartInProgress(sandbox):
     assert (restarting.returncode, error) == NOT_FOUND
 
 
-def test_aMissingPropertyListCannotBeLoaded(sandbox):
+def test_a_missing_property_list_cannot_be_loaded(sandbox):
     path = sandbox.agents / "missing.plist"
     result = sandbox.bootstrap(path)
     assert outcome(result) == (5, f"{path}: No such file or directory\n{FAILED_5}\n")
@@ -331,7 +333,7 @@ def job(**keys):
     job(EnvironmentVariables={"A=B": "C"}), job(StandardOutPath=5), job(RunAtLoad="yes"),
     job(KeepAlive={"SuccessfulExit": False}), job(ThrottleInterval=-1), job(ThrottleInterval="1"),
     job(ExitTimeOut=True)], ids=itertools.count())
-def test_aWrongPropertyListCannotBeLoaded(sandbox, content):
+def test_a_wrong_property_list_cannot_be_loaded(sandbox, content):
     path = sandbox.agents / "wrong.plist"
     path.write_bytes(content)
     status, error = outcome(sandbox.bootstrap(path))
@@ -342,14 +344,14 @@ def test_aWrongPropertyListCannotBeLoaded(sandbox, content):
 
 
 @pytest.mark.parametrize("make", [pathlib.Path.mkdir, os.mkfifo])
-def test_whatIsNoFileCannotBeLoaded(sandbox, make):
+def test_what_is_no_file_cannot_be_loaded(sandbox, make):
     path = sandbox.agents / "odd.plist"
     make(path)
     assert outcome(sandbox.bootstrap(path)) == (5, f"{path}: Not a property list\n{FAILED_5}\n")
 
 
 @pytest.mark.parametrize("domain", [f"gui/{os.getuid() + 1}", f"user/{os.getuid()}", "gui/x"])
-def test_anotherDomainIsNotServed(sandbox, domain):
+def test_another_domain_is_not_served(sandbox, domain):
     target = f"{domain}/{LABEL}"
     for arguments in (["bootstrap", domain, sandbox.write_agent(FOREVER)], ["bootout", target],
                       ["kickstart", "-k", target], ["print", target]):
@@ -359,9 +361,10 @@ def test_anotherDomainIsNotServed(sandbox, domain):
 
 @pytest.mark.parametrize("arguments", [
     [], ["list"], ["bootout"], ["bootout", "nonsense"], ["bootout", DOMAIN],
-    ["bootout", DOMAIN + "/"], ["bootout", "a", "b"], ["bootstrap", DOMAIN], ["bootstrap", "gui", "x.plist"],
+    ["bootout", DOMAIN + "/"], ["bootout", "a", "b"], ["bootstrap", DOMAIN],
+    ["bootstrap", "gui", "x.plist"],
     ["kickstart", "-x", f"{DOMAIN}/{LABEL}"], ["kickstart"], ["print"], ["shutdown", "now"]])
-def test_aWrongCommandLineShowsTheUsage(sandbox, arguments):
+def test_a_wrong_command_line_shows_the_usage(sandbox, arguments):
     result = sandbox.launchctl(*arguments)
     assert result.returncode == 64
     assert "Usage: launchctl bootstrap" in result.stderr
@@ -369,7 +372,7 @@ def test_aWrongCommandLineShowsTheUsage(sandbox, arguments):
 
 
 @pytest.mark.parametrize("argument", ["help", "--help"])
-def test_helpNamesTheStandInsOwnCommand(sandbox, argument):
+def test_help_names_the_stand_ins_own_command(sandbox, argument):
     result = succeeded(sandbox.launchctl(argument))
     assert "launchctl shutdown" in result.stdout
 
@@ -377,7 +380,7 @@ def test_helpNamesTheStandInsOwnCommand(sandbox, argument):
 @pytest.mark.parametrize("keys", [
     {"ProgramArguments": ["/does/not/exist"]}, {"ProgramArguments": ["/etc/passwd"]},
     {"ProgramArguments": ["/bin/true"], "StandardOutPath": "/does/not/exist/log"}])
-def test_aJobThatCannotStartIsLoadedAllTheSame(sandbox, keys):
+def test_a_job_that_cannot_start_is_loaded_all_the_same(sandbox, keys):
     path = sandbox.write_agent(KeepAlive=True, ThrottleInterval=0.1, **keys)
     succeeded(sandbox.bootstrap(path))
     shown = wait_for("two runs", lambda: int(sandbox.print()["runs"]) >= 2 and sandbox.print())
@@ -388,7 +391,7 @@ def test_aJobThatCannotStartIsLoadedAllTheSame(sandbox, keys):
 
 # The supervisor
 
-def test_itLeavesWithTheLastJob(sandbox):
+def test_it_leaves_with_the_last_job(sandbox):
     for label in ("one", "two"):
         succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, label, RunAtLoad=True)))
     assert len(sandbox.supervisors()) == 1
@@ -398,7 +401,7 @@ def test_itLeavesWithTheLastJob(sandbox):
     wait_for_supervisors_end(sandbox)
 
 
-def test_shutdownLeavesNothingBehind(sandbox):
+def test_shutdown_leaves_nothing_behind(sandbox):
     succeeded(sandbox.launchctl("shutdown"))
     before = sorted(sandbox.home.rglob("*"))
     paths = [sandbox.write_agent(FOREVER, label, KeepAlive=True) for label in ("one", "two")]
@@ -412,7 +415,7 @@ def test_shutdownLeavesNothingBehind(sandbox):
     succeeded(sandbox.launchctl("shutdown"))
 
 
-def test_twoHomesShareNothing(make_sandbox):
+def test_two_homes_share_nothing(make_sandbox):
     one, two = make_sandbox("one"), make_sandbox("two")
     for sandbox in (one, two):
         succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
@@ -424,14 +427,14 @@ def test_twoHomesShareNothing(make_sandbox):
     assert running_pid(two) == survivor
 
 
-def test_aDeepHomeIsNoProblem(make_sandbox):
+def test_a_deep_home_is_no_problem(make_sandbox):
     sandbox = make_sandbox("/".join(["a folder with a long name"] * 8))
     assert len(str(sandbox.home)) > 200
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
     assert is_running(running_pid(sandbox))
 
 
-def test_theCallersPipesAreLeftAlone(sandbox):
+def test_the_callers_pipes_are_left_alone(sandbox):
     path = sandbox.write_agent(FOREVER, RunAtLoad=True)
     reader, writer = os.pipe()
     try:
@@ -444,7 +447,7 @@ def test_theCallersPipesAreLeftAlone(sandbox):
         os.close(reader)
 
 
-def test_theCallersSignalsDoNotReachIt(sandbox):
+def test_the_callers_signals_do_not_reach_it(sandbox):
     caller = subprocess.Popen(
         [STANDIN / "launchctl", "bootstrap", DOMAIN, sandbox.write_agent(FOREVER, RunAtLoad=True)],
         env=sandbox.environment, start_new_session=True)
@@ -455,7 +458,7 @@ def test_theCallersSignalsDoNotReachIt(sandbox):
     assert is_running(pid)
 
 
-def test_itSleepsWhileNothingHappens(sandbox):
+def test_it_sleeps_while_nothing_happens(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
     succeeded(sandbox.bootstrap(sandbox.write_agent("exit 0", "done", KeepAlive=True)))
     wait_for("the job's end", lambda: sandbox.print("done")["state"] == "not running")
@@ -471,7 +474,7 @@ def test_itSleepsWhileNothingHappens(sandbox):
     assert wakeups() - before <= 2
 
 
-def test_sigtermStopsItAndItsJobs(sandbox):
+def test_sigterm_stops_it_and_its_jobs(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
     pid = running_pid(sandbox)
     (supervisor,) = sandbox.supervisors()
@@ -480,7 +483,7 @@ def test_sigtermStopsItAndItsJobs(sandbox):
     assert not is_running(pid)
 
 
-def test_aDeletedHomeTakesItsJobsWithIt(sandbox):
+def test_a_deleted_home_takes_its_jobs_with_it(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, KeepAlive=True)))
     pid = running_pid(sandbox)
     shutil.rmtree(sandbox.home)
@@ -500,7 +503,7 @@ def kill_supervisor(sandbox):
     (["bootout", f"{DOMAIN}/{LABEL}"], NO_SUCH_PROCESS),
     (["kickstart", "-k", f"{DOMAIN}/{LABEL}"], NOT_FOUND),
     (["print", f"{DOMAIN}/{LABEL}"], NOT_FOUND), (["shutdown"], (0, ""))])
-def test_aKilledSupervisorsJobsAreFoundAndStopped(sandbox, command, expected):
+def test_a_killed_supervisors_jobs_are_found_and_stopped(sandbox, command, expected):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
     succeeded(sandbox.bootstrap(path))
@@ -511,7 +514,7 @@ def test_aKilledSupervisorsJobsAreFoundAndStopped(sandbox, command, expected):
     assert not sandbox.runtime.exists()
 
 
-def test_childrenOfAnOrphanThatEndedAreStoppedToo(sandbox):
+def test_children_of_an_orphan_that_ended_are_stopped_too(sandbox):
     pids = sandbox.home / "pids"
     path = sandbox.write_agent(FAMILY.format(pids=pids, end="wait"), KeepAlive=True)
     succeeded(sandbox.bootstrap(path))
@@ -524,7 +527,7 @@ def test_childrenOfAnOrphanThatEndedAreStoppedToo(sandbox):
     assert not any(map(is_running, family))
 
 
-def test_loadingWorksAfterTheSupervisorWasKilled(sandbox):
+def test_loading_works_after_the_supervisor_was_killed(sandbox):
     path = sandbox.write_agent(FOREVER, KeepAlive=True)
     succeeded(sandbox.bootstrap(path))
     orphan = running_pid(sandbox)
@@ -534,7 +537,7 @@ def test_loadingWorksAfterTheSupervisorWasKilled(sandbox):
     assert is_running(running_pid(sandbox))
 
 
-def test_aProcessThatOnlyHasAnOrphansNumberIsSpared(sandbox):
+def test_a_process_that_only_has_an_orphans_number_is_spared(sandbox):
     succeeded(sandbox.bootstrap(sandbox.write_agent(FOREVER, RunAtLoad=True)))
     record = sandbox.runtime / "jobs.json"
     content = json.loads(record.read_text())
@@ -554,7 +557,7 @@ def test_aProcessThatOnlyHasAnOrphansNumberIsSpared(sandbox):
 
 @pytest.mark.parametrize("content", ["", "[]", "{", '{"boot": 1, "jobs": 1}', "[" * 100000],
                          ids=itertools.count())
-def test_aDamagedRecordDoesNotStopAnybody(sandbox, content):
+def test_a_damaged_record_does_not_stop_anybody(sandbox, content):
     sandbox.runtime.mkdir()
     (sandbox.runtime / "jobs.json").write_text(content)
     (sandbox.runtime / "socket").write_text("not a socket")
@@ -565,7 +568,7 @@ def test_aDamagedRecordDoesNotStopAnybody(sandbox, content):
 
 # Many at once
 
-def test_fiftyLoadsOfOneJobLoadItOnce(sandbox):
+def test_fifty_loads_of_one_job_load_it_once(sandbox):
     path = sandbox.write_agent(FOREVER, RunAtLoad=True)
     callers = [sandbox.start("bootstrap", DOMAIN, path) for _ in range(50)]
     results = sorted((caller.communicate(timeout=60)[1], caller.returncode) for caller in callers)
@@ -574,7 +577,7 @@ def test_fiftyLoadsOfOneJobLoadItOnce(sandbox):
     assert len(sandbox.supervisors()) == 1
 
 
-def test_fiftyJobsLoadedAndUnloadedAtOnce(sandbox):
+def test_fifty_jobs_loaded_and_unloaded_at_once(sandbox):
     labels = [f"job{number}" for number in range(25)]
     paths = [sandbox.write_agent(FOREVER, label, RunAtLoad=True) for label in labels]
     callers = [sandbox.start("bootstrap", DOMAIN, path) for path in paths]
@@ -589,7 +592,7 @@ def test_fiftyJobsLoadedAndUnloadedAtOnce(sandbox):
     assert len(sandbox.supervisors()) <= 1
 
 
-def test_comingAndGoingAtOnceLosesNoJob(sandbox):
+def test_coming_and_going_at_once_loses_no_job(sandbox):
     """Loads keep meeting a supervisor that is just leaving."""
     paths = {label: sandbox.write_agent("exit 0", label) for label in ("one", "two", "three")}
 
@@ -607,7 +610,7 @@ def test_comingAndGoingAtOnceLosesNoJob(sandbox):
 
 # The call log
 
-def test_callsAreLogged(sandbox):
+def test_calls_are_logged(sandbox):
     log = sandbox.home / "calls"
     for arguments in (["bootout", f"{DOMAIN}/{LABEL}"], ["bootstrap", DOMAIN, "a b.plist"], []):
         sandbox.launchctl(*arguments, variables={"LAUNCHCTL_LOG": str(log)})
@@ -615,7 +618,7 @@ def test_callsAreLogged(sandbox):
         ["bootout", f"{DOMAIN}/{LABEL}"], ["bootstrap", DOMAIN, "a b.plist"], []]
 
 
-def test_aLogThatCannotBeWrittenDoesNoHarm(sandbox):
+def test_a_log_that_cannot_be_written_does_no_harm(sandbox):
     result = sandbox.launchctl("bootout", f"{DOMAIN}/{LABEL}",
                                variables={"LAUNCHCTL_LOG": "/does/not/exist"})
     assert outcome(result) == NO_SUCH_PROCESS
@@ -623,7 +626,7 @@ def test_aLogThatCannotBeWrittenDoesNoHarm(sandbox):
 
 # With the service
 
-def test_theServiceRunsUnderIt(sandbox, stopped_guard):
+def test_the_service_runs_under_it(sandbox, stopped_guard):
     guard = stopped_guard
     guard.port = unclaimed_port()
     logs = sandbox.home / "logs"

@@ -1,3 +1,5 @@
+"""standin/velmor-guard: answers as it is told to, and lets nobody else tell it."""
+
 import ast
 import datetime
 import html.parser
@@ -21,18 +23,18 @@ FORM = {"Content-Type": "application/x-www-form-urlencoded",
 
 # The device identifier
 
-def test_idPrintsTheMachinesIdentifier(stopped_guard):
+def test_id_prints_the_machines_identifier(stopped_guard):
     expected = hardware_identifier()
     assert json.loads(stopped_guard.run("id", "--json").stdout) == {"device_id": expected}
     assert stopped_guard.run("id").stdout == expected + "\n"
 
 
-def test_idTakesTheChosenIdentifier(guard):
+def test_id_takes_the_chosen_identifier(guard):
     guard.set(device_id='GEN-"ä"')
     assert json.loads(guard.run("id", "--json").stdout) == {"device_id": 'GEN-"ä"'}
 
 
-def test_idTakesTheEnvironmentsIdentifierFirst(guard):
+def test_id_takes_the_environments_identifier_first(guard):
     guard.set(device_id="GEN-CHOSEN")
     output = guard.run("id", "--json", VLX_DEVICE_ID="GEN-ENVIRONMENT").stdout
     assert json.loads(output) == {"device_id": "GEN-ENVIRONMENT"}
@@ -40,7 +42,7 @@ def test_idTakesTheEnvironmentsIdentifierFirst(guard):
 
 @pytest.mark.parametrize("arguments", [[], ["stop"], ["run", "--port", "x"],
                                        ["run", "--port", "65536"], ["run", "--port", "-1"]])
-def test_aWrongCommandLineIsRefused(stopped_guard, arguments):
+def test_a_wrong_command_line_is_refused(stopped_guard, arguments):
     result = stopped_guard.run(*arguments)
     assert result.returncode == 2
     assert "usage: velmor-guard" in result.stderr
@@ -48,7 +50,7 @@ def test_aWrongCommandLineIsRefused(stopped_guard, arguments):
 
 # The status
 
-def test_aFreshInstallationIsNotEnrolled(stopped_guard):
+def test_a_fresh_installation_is_not_enrolled(stopped_guard):
     (stopped_guard.folder / "managed.json").write_text('{"site":"https://site.example"}')
     status = stopped_guard.start().status()
     assert status.pop("device_id").startswith("HW-UUID-")
@@ -57,7 +59,7 @@ def test_aFreshInstallationIsNotEnrolled(stopped_guard):
 
 
 @pytest.mark.parametrize("state", STATES)
-def test_eachStateIsAnswered(guard, state):
+def test_each_state_is_answered(guard, state):
     assert guard.set(state=state)["state"] == state
     answer = guard.get("/status.json")
     assert answer.status == 200
@@ -65,14 +67,14 @@ def test_eachStateIsAnswered(guard, state):
     assert json.loads(answer.body)["state"] == state
 
 
-def test_detailsAreAnsweredAsTheyAre(guard):
+def test_details_are_answered_as_they_are(guard):
     details = {"site": "", "email": "ä <b>&\"' \u2028", "device_id": " GEN-1 "}
     guard.set(**details)
     assert {name: guard.status()[name] for name in details} == details
 
 
 @pytest.mark.parametrize("age", [0, 59.9, 3600, -86400, 3_000_000_000])
-def test_theHeartbeatIsAsOldAsChosen(guard, age):
+def test_the_heartbeat_is_as_old_as_chosen(guard, age):
     guard.set(heartbeat_age=age)
     text = guard.status()["last_heartbeat"]
     assert re.fullmatch(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ", text)
@@ -80,13 +82,13 @@ def test_theHeartbeatIsAsOldAsChosen(guard, age):
     assert time.time() - heartbeat.timestamp() == pytest.approx(age, abs=5)
 
 
-def test_noHeartbeatIsNull(guard):
+def test_no_heartbeat_is_null(guard):
     guard.set(heartbeat_age=5)
     guard.set(heartbeat_age=None)
     assert guard.status()["last_heartbeat"] is None
 
 
-def test_onlyTheMembersGivenChange(guard):
+def test_only_the_members_given_change(guard):
     guard.set(state="stale", site="https://a.example", email="a@a.example")
     guard.set(email="b@b.example")
     status = guard.status()
@@ -96,7 +98,7 @@ def test_onlyTheMembersGivenChange(guard):
 
 # Answers that are no status
 
-def test_garbageIsNotJson(guard):
+def test_garbage_is_not_json(guard):
     guard.set(mode="garbage")
     answer = guard.get("/status.json")
     assert answer.status == 200
@@ -104,7 +106,7 @@ def test_garbageIsNotJson(guard):
         json.loads(answer.body)
 
 
-def test_anHtmlErrorIsAPageWithStatus404(guard):
+def test_an_html_error_is_a_page_with_status_404(guard):
     guard.set(mode="html_error")
     answer = guard.get("/status.json")
     assert answer.status == 404
@@ -112,14 +114,14 @@ def test_anHtmlErrorIsAPageWithStatus404(guard):
     assert b"<html" in answer.body
 
 
-def test_aJsonErrorIsAnObjectWithStatus500(guard):
+def test_a_json_error_is_an_object_with_status_500(guard):
     guard.set(mode="json_error")
     answer = guard.get("/status.json")
     assert answer.status == 500
     assert json.loads(answer.body) == {"error": "Internal Server Error"}
 
 
-def test_silenceHoldsUpNobodyElse(guard):
+def test_silence_holds_up_nobody_else(guard):
     guard.set(mode="silent")
     waiting = [socket.create_connection(("127.0.0.1", guard.port)) for _ in range(20)]
     try:
@@ -142,14 +144,14 @@ def test_silenceHoldsUpNobodyElse(guard):
 
 # What was chosen is kept
 
-def test_theChoicesOutliveARestart(guard):
+def test_the_choices_outlive_a_restart(guard):
     guard.set(state="revoked", email="a@a.example", heartbeat_age=60, mode="json_error")
     before = guard.state()
     guard.stop()
     assert guard.start().state() == before
 
 
-def test_theStateFileIsWholeAtAnyTime(guard):
+def test_the_state_file_is_whole_at_any_time(guard):
     guard.set(email="start")
     done = threading.Event()
     seen = set()
@@ -170,7 +172,7 @@ def test_theStateFileIsWholeAtAnyTime(guard):
     assert sorted(path.name for path in guard.folder.glob("*state*")) == [guard.state_file.name]
 
 
-def test_noChangeIsLostWhenTwoComeAtOnce(guard):
+def test_no_change_is_lost_when_two_come_at_once(guard):
     threads = [threading.Thread(target=guard.set, kwargs=change) for change in (
         {"state": "stale"}, {"email": "a@a.example"}, {"site": "https://a.example"},
         {"device_id": "GEN-1"}, {"heartbeat_age": 5})]
@@ -188,7 +190,7 @@ def test_noChangeIsLostWhenTwoComeAtOnce(guard):
     b'{"heartbeat_age": 1e999}', b'{"heartbeat_age": ' + b"9" * 400 + b"}",
     b'{"heartbeat_age": NaN}', b'{"heartbeat_age": true, "state": "Authorized"}'],
     ids=itertools.count())
-def test_aDamagedStateFileMeansTheDefaults(stopped_guard, content):
+def test_a_damaged_state_file_means_the_defaults(stopped_guard, content):
     stopped_guard.state_file.write_bytes(content)
     guard = stopped_guard.start()
     assert guard.state() == {"state": "not_enrolled", "site": None, "email": None,
@@ -199,7 +201,7 @@ def test_aDamagedStateFileMeansTheDefaults(stopped_guard, content):
     assert json.loads(guard.run("id", "--json").stdout)["device_id"].startswith("HW-UUID-")
 
 
-def test_aChangeThatCannotBeSavedIsRefused(guard):
+def test_a_change_that_cannot_be_saved_is_refused(guard):
     guard.state_file.mkdir()
     answer = guard.request("POST", "/state", '{"state": "stale"}')
     assert answer.status == 500
@@ -214,7 +216,7 @@ def test_aChangeThatCannotBeSavedIsRefused(guard):
     '{"heartbeat_age": 1' + "0" * 400 + "}", '{"colour": "red"}', '{"email": "a"', "[]",
     '{"a":' * 5000, b'{"email": "\xff"}', "state=nope", "heartbeat_age=soon", "email"],
     ids=itertools.count())
-def test_aWrongChangeIsRefusedWhole(guard, body):
+def test_a_wrong_change_is_refused_whole(guard, body):
     guard.set(state="stale", email="a@a.example")
     before = guard.state()
     if isinstance(body, str) and body.startswith('{"') and body.endswith("}"):
@@ -226,7 +228,7 @@ def test_aWrongChangeIsRefusedWhole(guard, body):
 
 
 @pytest.mark.parametrize("length, status", [("70000", 413), ("-1", 400), ("many", 400)])
-def test_aSenselessLengthIsRefused(guard, length, status):
+def test_a_senseless_length_is_refused(guard, length, status):
     answer = guard.request("POST", "/state", headers={"Content-Length": length})
     assert answer.status == status
 
@@ -254,7 +256,7 @@ def page(guard, path="/"):
     return Page(answer.body.decode())
 
 
-def test_thePageOffersEverythingAndShowsWhatIsChosen(guard):
+def test_the_page_offers_everything_and_shows_what_is_chosen(guard):
     guard.set(state="stale", mode="garbage", site="https://a.example", email="a@a.example",
               device_id="GEN-1", heartbeat_age=60)
     shown = page(guard)
@@ -269,7 +271,7 @@ def test_thePageOffersEverythingAndShowsWhatIsChosen(guard):
                             "device_id": "GEN-1", "heartbeat_age": "60"}
 
 
-def test_thePagesNeedNothingFromElsewhere(guard):
+def test_the_pages_need_nothing_from_elsewhere(guard):
     for path in ("/", "/authorize"):
         answer = guard.get(path)
         assert set(Page(answer.body.decode()).addresses) <= {"/", "/state", "/authorize", "data:,"}
@@ -277,7 +279,7 @@ def test_thePagesNeedNothingFromElsewhere(guard):
         assert answer.getheader("Content-Security-Policy").startswith("default-src 'none'")
 
 
-def test_whatIsShownIsEscaped(guard):
+def test_what_is_shown_is_escaped(guard):
     evil = "\"'><script>alert(1)</script>&amp;"
     guard.set(site=evil, email=evil, device_id=evil)
     assert page(guard).fields["site"] == evil
@@ -287,31 +289,31 @@ def test_whatIsShownIsEscaped(guard):
         assert b"&lt;script&gt;" in body
 
 
-def test_textThatUtf8CannotCarryBreaksNoPage(guard):
+def test_text_that_utf8_cannot_carry_breaks_no_page(guard):
     guard.request("POST", "/state", '{"email": "\\ud800"}')
     assert guard.get("/").status == 200
     assert guard.status()["email"] == "\ud800"
 
 
-def test_aFormLeadsBackToThePage(guard):
+def test_a_form_leads_back_to_the_page(guard):
     answer = guard.request("POST", "/state", "state=revoked", FORM)
     assert (answer.status, answer.getheader("Location")) == (303, "/")
     assert guard.status()["state"] == "revoked"
 
 
-def test_anEmptyFieldMeansTheDefault(guard):
+def test_an_empty_field_means_the_default(guard):
     guard.set(site="https://a.example", email="a@a.example", device_id="GEN-1", heartbeat_age=5)
     guard.request("POST", "/state", "site=&email=&device_id=&heartbeat_age=", FORM)
     assert guard.state() == {"state": "not_enrolled", "site": None, "email": None,
                              "device_id": None, "heartbeat_age": None, "mode": "normal"}
 
 
-def test_aHeartbeatButtonOverrulesTheField(guard):
+def test_a_heartbeat_button_overrules_the_field(guard):
     guard.request("POST", "/state", "heartbeat_age=soon&heartbeat_age=300", FORM)
     assert guard.state()["heartbeat_age"] == 300
 
 
-def test_theAuthorizePageAuthorizesTheMac(guard):
+def test_the_authorize_page_authorizes_the_mac(guard):
     guard.set(device_id="GEN-SHOWN")
     before = guard.get("/authorize").body
     assert b"GEN-SHOWN" in before and b"<button" in before
@@ -323,14 +325,14 @@ def test_theAuthorizePageAuthorizesTheMac(guard):
     assert status["last_heartbeat"] is not None
 
 
-def test_authorizingKeepsAChosenHeartbeat(guard):
+def test_authorizing_keeps_a_chosen_heartbeat(guard):
     guard.set(heartbeat_age=172800)
     guard.request("POST", "/authorize")
     assert guard.state()["heartbeat_age"] == 172800
 
 
 @pytest.mark.parametrize("path", ["/favicon.ico", "/status", "/state/", "/../etc/passwd"])
-def test_nothingElseIsServed(guard, path):
+def test_nothing_else_is_served(guard, path):
     assert guard.get(path).status == 404
 
 
@@ -340,24 +342,24 @@ def test_nothingElseIsServed(guard, path):
 @pytest.mark.parametrize("headers", [
     {"Origin": "https://evil.example"}, {"Origin": "null"}, {"Origin": "http://127.0.0.1:1"},
     {"Origin": "http://127.0.0.1"}, {"Host": "evil.example"}, {"Host": "127.0.0.1.evil.example"}])
-def test_anotherSiteCannotChangeAnything(guard, path, headers):
+def test_another_site_cannot_change_anything(guard, path, headers):
     assert guard.request("POST", path, "state=authorized", headers).status == 403
     assert guard.status()["state"] == "not_enrolled"
 
 
-def test_anotherNameForThisMachineReadsNothing(guard):
+def test_another_name_for_this_machine_reads_nothing(guard):
     assert guard.get("/state", headers={"Host": f"evil.example:{guard.port}"}).status == 403
 
 
 @pytest.mark.parametrize("name", ["127.0.0.1", "localhost"])
-def test_itsOwnPagesMayChangeIt(guard, name):
+def test_its_own_pages_may_change_it(guard, name):
     host = f"{name}:{guard.port}"
     headers = {"Host": host, "Origin": f"http://{host}"}
     assert guard.request("POST", "/state", "state=stale", headers).status == 200
     assert guard.status()["state"] == "stale"
 
 
-def test_onlyTheLoopbackInterfaceListens(guard):
+def test_only_the_loopback_interface_listens(guard):
     listening = [line.split()[1] for name in ("tcp", "tcp6")
                  for line in pathlib.Path("/proc/net", name).read_text().splitlines()[1:]
                  if line.split()[3] == "0A" and line.split()[1].endswith(f":{guard.port:04X}")]
@@ -366,7 +368,7 @@ def test_onlyTheLoopbackInterfaceListens(guard):
 
 # The process
 
-def test_sigtermEndsItPromptly(guard):
+def test_sigterm_ends_it_promptly(guard):
     idle = socket.create_connection(("127.0.0.1", guard.port))
     try:
         start = time.monotonic()
@@ -376,31 +378,31 @@ def test_sigtermEndsItPromptly(guard):
         idle.close()
 
 
-def test_aTakenPortIsOneLineAndAFailure(guard):
+def test_a_taken_port_is_one_line_and_a_failure(guard):
     result = guard.run("run", "--port", str(guard.port))
     assert result.returncode == 1
     assert result.stderr == (
         f"velmor-guard: cannot listen on 127.0.0.1:{guard.port}: Address already in use\n")
 
 
-def test_thePortIsFreeAgainAtOnce(guard):
+def test_the_port_is_free_again_at_once(guard):
     guard.status()
     port = guard.port
     guard.stop()
     assert guard.start(port=port).port == port
 
 
-def test_portZeroTakesAnyFreePort(stopped_guard):
+def test_port_zero_takes_any_free_port(stopped_guard):
     assert stopped_guard.start(port=0).port > 0
     assert stopped_guard.status()["state"] == "not_enrolled"
 
 
-def test_requestsAreLogged(guard):
+def test_requests_are_logged(guard):
     guard.status()
     assert '"GET /status.json HTTP/1.1" 200' in guard.log.read_text()
 
 
-def test_quietMeansNoOutput(guard):
+def test_quiet_means_no_output(guard):
     port = guard.port
     guard.stop()
     guard.log.write_text("")
@@ -412,7 +414,7 @@ def test_quietMeansNoOutput(guard):
     assert guard.log.read_text() == ""
 
 
-def test_clientsThatTalkNonsenseDoNoHarm(guard):
+def test_clients_that_talk_nonsense_do_no_harm(guard):
     for data in (b"", b"\x00\xff\r\n\r\n", b"GET\r\n\r\n", b"GET //[ HTTP/1.1\r\n\r\n",
                  b"POST /state HTTP/1.1\r\nContent-Length: 10\r\n\r\n{"):
         with socket.create_connection(("127.0.0.1", guard.port)) as client:
@@ -421,6 +423,6 @@ def test_clientsThatTalkNonsenseDoNoHarm(guard):
     assert "Traceback" not in guard.log.read_text()
 
 
-def test_anOldPythonCanReadIt(guard):
+def test_an_old_python_can_read_it(guard):
     """macOS comes with Python 3.9, and the bundle carries this file there."""
     ast.parse(guard.binary.read_text(encoding="utf-8"), feature_version=(3, 9))
