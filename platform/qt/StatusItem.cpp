@@ -10,6 +10,7 @@
 #include <QPalette>
 #include <QSystemTrayIcon>
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -60,7 +61,7 @@ QImage inked(const QImage& mask, const Ink& ink) {
   const int size = mask.width();
   const int reach = std::max(1, size / 24);
   const int stride = size + 2 * reach;
-  const auto at = [&](int x, int y) {
+  const auto at = [&](std::ptrdiff_t x, std::ptrdiff_t y) {
     return static_cast<std::size_t>((y + reach) * stride + x + reach);
   };
   std::vector<uchar> coverage(at(stride, stride));  // with a margin that is not covered

@@ -147,7 +147,7 @@ struct UrlSession::Implementation {
 
   bool exchange(int socket, const sockaddr_in& address, std::string_view request,
                 HttpResponse& response) const {
-    const timeval patience{timeout / 1000, timeout % 1000 * 1000};
+    const timeval patience{timeout / 1000, 1000L * (timeout % 1000)};
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
       ::setsockopt(socket, SOL_SOCKET, option, &patience, sizeof patience);
     }

@@ -96,9 +96,7 @@ class Site:
         try:
             self.service = Service()
             self.host = self.desktop.host = Host(self.desktop.bus_address)
-            # Accessibility is there, but nobody uses it.
-            self.environment = {name: value for name, value in self.desktop.environment.items()
-                                if name != "QT_LINUX_ACCESSIBILITY_ALWAYS_ON"}
+            self.environment = self.desktop.environment
             self.application = Application(self.desktop)
             self.application.set_defaults(port=self.service.port, vlx_welcomed="true")
             with open(tool("immediate_tool"), "rb") as file:
