@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "platform/Error.h"
+#include "platform/qt/Descriptor.h"
 
 namespace platform::FileManager {
 namespace {
@@ -48,22 +49,6 @@ void describing(const std::string& sentence, Operation operation) {
 std::string quoted(const fs::path& path) {
   return "“" + path.native() + "”";
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int opened) : number(opened) {}
-  ~Descriptor() {
-    if (number != -1) ::close(number);
-  }
-  Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  bool isOpen() const { return number != -1; }
-  int get() const { return number; }
-
- private:
-  int number;
-};
 
 void write(int file, std::string_view bytes) {
   while (!bytes.empty()) {

@@ -1,18 +1,21 @@
 #include "platform/Task.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
-#include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <system_error>
 #include <utility>
 
 #include "platform/Error.h"
+#include "platform/qt/Descriptor.h"
 #include "platform/qt/OwnEnvironment.h"
 
 namespace platform {
@@ -54,26 +57,52 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 }  // namespace
 
-/// Captured output goes to a file in memory: it has room for all, needs nobody to read it
-/// meanwhile, and its reader does not wait for whom the child passed it on to.
+/// Captured output is read while the child runs, so that no child waits for its reader. Whom a
+/// child passed its output on to is not waited for.
 struct Task::Implementation {
+  /// Whatever a child prints must not take all memory; what is beyond this is lost.
+  static constexpr std::size_t longestOutput = 64U << 20U;
+
   ~Implementation() {
     if (pid != 0) ::kill(pid, SIGKILL);
     wait();
-    if (output != -1) ::close(output);
   }
 
   void wait() {
     if (pid == 0) return;
+    if (reader.isOpen()) readUntilExit();
     while (::waitpid(pid, nullptr, 0) == -1 && errno == EINTR) {
     }
     pid = 0;
   }
 
+  void readUntilExit() {
+    // None if somebody has reaped the child already; then the end of the output must do.
+    const Descriptor child(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    std::array<pollfd, 2> waited{{{reader.get(), POLLIN, 0}, {child.get(), POLLIN, 0}}};
+    bool mayComeMore = true;
+    while (mayComeMore && waited[1].revents == 0) {
+      if (::poll(waited.data(), waited.size(), -1) > 0) mayComeMore = read();
+    }
+    while (mayComeMore && output.size() < longestOutput && read()) {
+    }
+  }
+
+  /// Takes what has come; false if there was nothing.
+  bool read() {
+    std::array<char, 65536> bytes;
+    const ssize_t size = ::read(reader.get(), bytes.data(), bytes.size());
+    if (size < 0) return errno == EINTR;
+    output.append(bytes.data(),
+                  std::min(static_cast<std::size_t>(size), longestOutput - output.size()));
+    return size > 0;
+  }
+
   std::vector<std::string> arguments;  ///< the program is the first
   bool isCaptured;
-  pid_t pid = 0;  ///< of the running process
-  int output = -1;
+  pid_t pid = 0;      ///< of the running process
+  Descriptor reader;  ///< of what it prints, if that is captured; never waits
+  std::string output;
 };
 
 Task::Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
@@ -98,10 +127,14 @@ void Task::launch() {
                     "” couldn’t be started: " + code.message() + ".");
   };
   ChildSettings settings;
+  Descriptor writer;
   if (task.isCaptured) {
-    task.output = ::memfd_create("output", MFD_CLOEXEC);
-    if (task.output == -1) check(errno);
-    check(::posix_spawn_file_actions_adddup2(&settings.files, task.output, STDOUT_FILENO));
+    std::array<int, 2> ends{};
+    check(::pipe2(ends.data(), O_CLOEXEC) == 0 ? 0 : errno);
+    task.reader = Descriptor(ends[0]);
+    writer = Descriptor(ends[1]);
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    check(::posix_spawn_file_actions_adddup2(&settings.files, ends[1], STDOUT_FILENO));
     check(::posix_spawn_file_actions_addopen(&settings.files, STDERR_FILENO, "/dev/null", O_WRONLY,
                                              0));
   }
@@ -118,12 +151,7 @@ void Task::waitUntilExit() {
 }
 
 std::string Task::readStandardOutputToEnd() {
-  const int output = implementation->output;
-  if (output == -1) return {};
-  std::string content(static_cast<std::size_t>(::lseek(output, 0, SEEK_END)), '\0');
-  const ssize_t size = ::pread(output, content.data(), content.size(), 0);
-  content.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-  return content;
+  return std::exchange(implementation->output, {});
 }
 
 }  // namespace platform

@@ -24,6 +24,31 @@ TEST(Task, aChildThatComplainsMuchIsNotStuck) {
   EXPECT_EQ(outputOf("head -c 10485760 /dev/zero >&2; echo yes"), "yes\n");
 }
 
+TEST(Task, aChildThatPrintsForEverDoesNotTakeAllMemory) {
+  EXPECT_EQ(outputOf("head -c 100000000 /dev/zero").size(), 64U << 20U);
+}
+
+TEST(Task, aChildMayOpenItsOutputAnew) {
+  EXPECT_EQ(outputOf("echo a; echo b > /dev/stdout; echo c >> /dev/stdout; echo d"),
+            "a\nb\nc\nd\n");
+}
+
+TEST(Task, aChildThatPretendsToHavePrintedMuchIsNotBelieved) {
+  EXPECT_EQ(outputOf("truncate -s 1T /dev/stdout; echo yes"), "yes\n");
+}
+
+TEST(Task, allThatWasPrintedBeforeTheEndIsRead) {
+  // The pipe holds more than one reading takes.
+  EXPECT_EQ(outputOf("exec /usr/bin/python3 -c 'import fcntl; fcntl.fcntl(1, 1031, 1 << 20); "
+                     "print(\"x\" * 500000)'")
+                .size(),
+            500'001U);
+}
+
+TEST(Task, aGrandchildThatPrintsForEverIsNotWaitedFor) {
+  EXPECT_EQ(outputOf("echo first; yes & :").substr(0, 6), "first\n");
+}
+
 TEST(Task, aGrandchildThatHoldsThePipeOpenIsNotWaitedFor) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(outputOf("sleep 20 & echo $!").find_first_not_of("0123456789\n"), std::string::npos);
