@@ -9,7 +9,8 @@ namespace platform {
 struct Image {
   std::string systemSymbolName;
   std::string accessibilityDescription;
-  /// A template image is drawn in the colour of its surroundings, any other keeps its own.
+  /// A template image is drawn in the colour of its surroundings, any other in its own: black, as
+  /// far as a symbol has none.
   bool isTemplate = false;
 
   /// The image, or none if this system has no symbol of that name. Main thread.

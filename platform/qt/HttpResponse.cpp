@@ -123,8 +123,9 @@ bool HttpResponse::readStatusLine(std::string_view text) {
 
 bool HttpResponse::readHeader(std::string_view text) {
   const std::size_t colon = text.find(':');
-  if (colon == std::string_view::npos) return true;
-  const std::string_view name = text.substr(0, colon);
+  const bool isContinued = text.starts_with(' ') || text.starts_with('\t');  // the line before
+  if (colon == std::string_view::npos || isContinued) return true;
+  const std::string_view name = trimmed(text.substr(0, colon));
   const std::string_view value = trimmed(text.substr(colon + 1));
   if (isWord(name, "location")) {
     location = value;

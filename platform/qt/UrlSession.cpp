@@ -3,17 +3,18 @@
 #include <arpa/inet.h>
 #include <malloc.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <QByteArray>
 #include <QUrl>
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
+#include <cstdint>
 #include <mutex>
 #include <set>
 #include <string_view>
@@ -29,9 +30,27 @@ namespace {
 
 constexpr int maximumRedirects = 20;
 
-/// At a time; what is beyond fails. Else a service whose answers never end would take one more with
-/// each poll.
-constexpr std::size_t maximumConnections = 64;
+/// At a time; what is beyond waits for one. Else a service whose answers never end would take one
+/// more with each poll.
+constexpr std::size_t maximumConnections = 6;
+
+using Clock = std::chrono::steady_clock;
+
+/// Whether `socket` became ready before `deadline`.
+bool wait(int socket, short events, Clock::time_point deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
+    pollfd waited{socket, events, 0};
+    const int count = ::poll(&waited, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
+    if (count >= 0 || errno != EINTR) return count > 0;
+  }
+}
+
+/// Whether a call on a socket that never waits may be tried again.
+bool isTemporary(ssize_t result) {
+  return result < 0 && (errno == EAGAIN || errno == EINTR);
+}
 
 /// The address that `url` leads to, if it is this machine's own. Names are never looked up.
 std::optional<sockaddr_in> loopbackAddress(const QUrl& url) {
@@ -79,15 +98,14 @@ std::optional<QUrl> redirectOf(const HttpResponse& response, const QUrl& url) {
 
 struct UrlSession::Implementation {
   explicit Implementation(double timeoutIntervalForRequest)
-      : timeout(std::max(toMilliseconds(timeoutIntervalForRequest), 1)) {}
+      : timeout(toMilliseconds(timeoutIntervalForRequest)) {}
 
   ~Implementation() {
-    using namespace std::chrono_literals;
     std::unique_lock lock(mutex);
     isEnding = true;
-    do {  // again, because it does nothing to one that is about to connect
-      for (const int socket : sockets) ::shutdown(socket, SHUT_RDWR);
-    } while (!ended.wait_for(lock, 10ms, [this] { return requests == 0; }));
+    freed.notify_all();
+    for (const int socket : sockets) ::shutdown(socket, SHUT_RDWR);
+    ended.wait(lock, [this] { return requests == 0; });
   }
 
   void start(QUrl url, CompletionHandler completionHandler) {
@@ -109,11 +127,6 @@ struct UrlSession::Implementation {
   // All that follows runs on a request's own thread.
 
   void perform(const QUrl& url, CompletionHandler handler) {
-    // Calls with a time-out are interrupted by any signal.
-    sigset_t all;
-    sigfillset(&all);
-    ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
-
     std::optional<std::string> body = bodyOf(url);
     const bool isLarge = body && body->size() > 1U << 20U;
     {
@@ -137,31 +150,46 @@ struct UrlSession::Implementation {
 
   /// Whether a whole answer came.
   bool get(const QUrl& url, HttpResponse& response) {
+    const auto deadline = Clock::now() + timeout;
     const auto address = loopbackAddress(url);
     if (!address) return false;
-    const int socket = open();
-    const bool isWhole = socket != -1 && exchange(socket, *address, requestFor(url), response);
-    close(socket);
-    return isWhole;
+    const int socket = connect(*address, deadline);
+    if (socket == -1) return false;
+    const bool isWhole = exchange(socket, requestFor(url), response, deadline);
+    return close(socket) && isWhole;
   }
 
-  bool exchange(int socket, const sockaddr_in& address, std::string_view request,
-                HttpResponse& response) const {
-    const timeval patience{timeout / 1000, 1000L * (timeout % 1000)};
-    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
-      ::setsockopt(socket, SOL_SOCKET, option, &patience, sizeof patience);
+  /// A socket that is connected or about to be, or -1.
+  int connect(const sockaddr_in& address, Clock::time_point deadline) {
+    std::unique_lock lock(mutex);
+    const bool isFree = freed.wait_until(
+        lock, deadline, [this] { return isEnding || sockets.size() < maximumConnections; });
+    if (!isFree || isEnding) return -1;
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (socket == -1) return -1;
+    const auto* const peer = reinterpret_cast<const sockaddr*>(&address);
+    if (::connect(socket, peer, sizeof address) != 0 && errno != EINPROGRESS) {
+      ::close(socket);
+      return -1;
     }
-    if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      return false;
-    }
+    sockets.insert(socket);
+    return socket;
+  }
+
+  bool exchange(int socket, std::string_view request, HttpResponse& response,
+                Clock::time_point deadline) const {
     while (!request.empty()) {
+      if (!wait(socket, POLLOUT, deadline)) return false;
       const ssize_t size = ::send(socket, request.data(), request.size(), MSG_NOSIGNAL);
-      if (size < 0) return false;
+      if (isTemporary(size)) continue;
+      if (size < 0) return false;  // also if it could not be connected
       request.remove_prefix(static_cast<std::size_t>(size));
     }
     std::array<char, 32768> bytes;
     for (;;) {
+      if (!wait(socket, POLLIN, deadline)) return false;
       const ssize_t size = ::recv(socket, bytes.data(), bytes.size(), 0);
+      if (isTemporary(size)) continue;
       if (size < 0) return false;
       const auto progress = size == 0
                                 ? response.end()
@@ -169,23 +197,18 @@ struct UrlSession::Implementation {
       if (progress != HttpResponse::Progress::incomplete) {
         return progress == HttpResponse::Progress::complete;
       }
+      deadline = Clock::now() + timeout;
     }
   }
 
-  /// A socket that the session can shut down, or -1.
-  int open() {
-    const std::lock_guard lock(mutex);
-    if (isEnding || sockets.size() >= maximumConnections) return -1;
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (socket != -1) sockets.insert(socket);
-    return socket;
-  }
-
-  void close(int socket) {
-    if (socket == -1) return;
+  /// Whether nothing but the other side ended the connection: the end of the session would pass for
+  /// that of a body.
+  bool close(int socket) {
     const std::lock_guard lock(mutex);
     sockets.erase(socket);
     ::close(socket);
+    freed.notify_one();
+    return !isEnding;
   }
 
   /// The last that a request does: the session may be gone afterwards.
@@ -195,10 +218,11 @@ struct UrlSession::Implementation {
     ended.notify_all();
   }
 
-  const int timeout;  ///< in milliseconds
+  const std::chrono::milliseconds timeout;
   std::mutex handlerMutex;
-  std::mutex mutex;  ///< of all that follows
-  std::condition_variable ended;
+  std::mutex mutex;               ///< of all that follows
+  std::condition_variable freed;  ///< a connection
+  std::condition_variable ended;  ///< a request
   int requests = 0;
   std::set<int> sockets;
   bool isEnding = false;

@@ -72,11 +72,13 @@ TEST(HttpResponse, linesMayEndWithALineFeedAlone) {
 
 TEST(HttpResponse, headerNamesHaveNoCase) {
   EXPECT_EQ(bodyOf("cONTENT-lENGTH:2", "{}and more"), "{}");
+  EXPECT_EQ(bodyOf("Content-Length : 2", "{}and more"), "{}");
   EXPECT_EQ(bodyOf("TRANSFER-ENCODING: \t ChunkeD \t", "2\r\n{}\r\n0\r\n\r\n"), "{}");
 }
 
 TEST(HttpResponse, linesThatAreNoHeaderArePassedOver) {
-  EXPECT_EQ(bodyOf("no header\r\n: x\r\n  folded\r\nContent-Length: 2", "{}and more"), "{}");
+  EXPECT_EQ(bodyOf("no header\r\n: x\r\nContent-Length: 2", "{}and more"), "{}");
+  EXPECT_EQ(bodyOf("X: y\r\n  folded\r\n\tContent-Length: 1", "{}"), "{}");
 }
 
 TEST(HttpResponse, aBodyOfAKnownLengthMustBeWhole) {

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 #include <atomic>
 #include <chrono>
@@ -18,6 +20,7 @@
 
 #include "Fetch.h"
 #include "HttpServer.h"
+#include "platform/Task.h"
 
 namespace {
 
@@ -98,22 +101,85 @@ TEST(UrlSession, signalsDoNotDisturbARequest) {
   ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST(UrlSession, connectionsAreLimitedAndComeBack) {
-  constexpr int limit = 64;
+TEST(UrlSession, aRequestWaitsForAConnectionAsLongAsForAnAnswer) {
+  constexpr std::size_t limit = 6;
   std::atomic<bool> isSilent = true;
   HttpServer server([&](Connection& connection) {
-    if (isSilent) return connection.waitUntilClosed();
+    while (isSilent) std::this_thread::sleep_for(1ms);
     connection.send(response("200 OK", "{}"));
   });
-  auto session = std::make_unique<UrlSession>(60);
-  std::vector<std::future<std::optional<std::string>>> silent;
-  for (int i = 0; i < limit; ++i) silent.push_back(startFetch(*session, server.url()));
+  UrlSession session(1);
+  std::vector<std::future<std::optional<std::string>>> first;
+  for (std::size_t i = 0; i < limit; ++i) first.push_back(startFetch(session, server.url()));
   while (server.requests().size() < limit) std::this_thread::sleep_for(1ms);
+  std::this_thread::sleep_for(500ms);
+  auto second = startFetch(session, server.url());
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(server.requests().size(), limit);
   isSilent = false;
-  EXPECT_EQ(fetch(*session, server.url()), none);
-  EXPECT_EQ(server.requests().size(), std::size_t{limit});
+  for (auto& body : first) EXPECT_EQ(body.get(), "{}");
+  EXPECT_EQ(second.get(), "{}");
+}
+
+TEST(UrlSession, connectingIsAPartOfTheWaitForTheFirstByte) {
+  // One that accepts nobody, and whose queue is full.
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  ASSERT_EQ(::listen(listener, 0), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  std::vector<int> queue;
+  for (int i = 0; i < 4; ++i) {
+    queue.push_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    ::connect(queue.back(), reinterpret_cast<sockaddr*>(&address), size);
+  }
+  const std::string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  UrlSession session(0.5);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(fetch(session, url), none);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 900ms);
+
+  auto patient = std::make_unique<UrlSession>(60);
+  auto body = startFetch(*patient, url);
+  std::this_thread::sleep_for(50ms);
+  patient.reset();
+  EXPECT_EQ(body.get(), none);
+  for (const int waiting : queue) ::close(waiting);
+  ::close(listener);
+}
+
+TEST(UrlSession, theEndOfTheSessionIsNotThatOfABody) {
+  std::promise<void> sent;
+  HttpServer server([&](Connection& connection) {
+    connection.send("HTTP/1.0 200 OK\r\n\r\n{}");
+    sent.set_value();
+    connection.waitUntilClosed();
+  });
+  auto session = std::make_unique<UrlSession>(60);
+  auto body = startFetch(*session, server.url());
+  sent.get_future().wait();
+  std::this_thread::sleep_for(50ms);
   session.reset();
-  for (auto& body : silent) EXPECT_EQ(body.get(), none);
+  EXPECT_EQ(body.get(), none);
+}
+
+TEST(UrlSession, aProcessThatWasStoppedGoesOnWithItsRequest) {
+  HttpServer server([](Connection& connection) {
+    std::this_thread::sleep_for(400ms);
+    connection.send(response("200 OK", "{}"));
+  });
+  UrlSession session(5);
+  auto body = startFetch(session, server.url());
+  while (server.requests().empty()) std::this_thread::sleep_for(1ms);
+  const std::string self = std::to_string(::getpid());
+  platform::Task stop("/bin/sh",
+                      {"-c", "(kill -STOP " + self + "; sleep 0.1; kill -CONT " + self + ") &"});
+  stop.launch();
+  stop.waitUntilExit();
+  EXPECT_EQ(body.get(), "{}");
 }
 
 TEST(UrlSession, withoutAThreadThereIsNoBody) {
