@@ -163,8 +163,10 @@ def read(path):
 
 
 def processor_time(pid):
-    """Milliseconds of all its threads, in user mode and in the kernel."""
-    return sum(int(read(folder + "/schedstat").split()[0]) for folder in threads(pid)) / 1e6
+    """Milliseconds of the whole process, threads that have ended included, in user mode and in the
+    kernel."""
+    scheduled = 2  # the process's clock as the scheduler keeps it, the way clock_getcpuclockid() does
+    return time.clock_gettime((~pid << 3) | scheduled) * 1e3
 
 
 def wake_ups(pid):
