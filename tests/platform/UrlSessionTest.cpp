@@ -236,9 +236,11 @@ TEST(UrlSessionContract, requestsAreIndependentAndMayComeFromAnyThread) {
     threads.emplace_back([&, i, promise] {
       const auto url = platform::Url::withString(server.url("/" + std::to_string(i)));
       session.dataTaskWithUrl(url.value(), [&, promise](const auto& body) {
-        const std::lock_guard lock(mutex);
-        bodies.insert(body.value_or("none"));
-        promise->set_value();
+        {
+          const std::lock_guard lock(mutex);
+          bodies.insert(body.value_or("none"));
+        }
+        promise->set_value();  // the last that may touch what belongs to the test
       });
     });
   }
@@ -264,11 +266,11 @@ TEST(UrlSessionContract, aHandlerMayStartAnotherRequest) {
   HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
   UrlSession session(5);
   const auto url = platform::Url::withString(server.url()).value();
-  std::promise<std::optional<std::string>> second;
-  session.dataTaskWithUrl(url, [&](const auto&) {
-    session.dataTaskWithUrl(url, [&](auto body) { second.set_value(std::move(body)); });
+  const auto second = std::make_shared<std::promise<std::optional<std::string>>>();
+  session.dataTaskWithUrl(url, [&session, &url, second](const auto&) {
+    session.dataTaskWithUrl(url, [second](auto body) { second->set_value(std::move(body)); });
   });
-  EXPECT_EQ(second.get_future().get(), "{}");
+  EXPECT_EQ(second->get_future().get(), "{}");
 }
 
 TEST(UrlSessionContract, aSessionThatGoesEndsItsRequests) {
