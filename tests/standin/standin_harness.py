@@ -44,7 +44,6 @@ class Sandbox:
         self.home = home
         self.agents = home / "Library" / "LaunchAgents"
         self.agents.mkdir(parents=True)
-        self.runtime = home / "Library" / "launchd-standin"
         self.environment = os.environ | {"HOME": str(home)}
 
     def start(self, *arguments, **options):
@@ -90,8 +89,8 @@ class Sandbox:
         found = []
         for pid in running_with("HOME", self.home):
             with contextlib.suppress(OSError):
-                name = pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
-                if name == "launchd-standin" and is_running(pid):
+                arguments = pathlib.Path(f"/proc/{pid}/cmdline").read_bytes().split(b"\0")
+                if b"supervise" in arguments and is_running(pid):
                     found.append(pid)
         return found
 
