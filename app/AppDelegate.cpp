@@ -29,7 +29,7 @@ std::int64_t configuredPort() {
 bool wantsDeviceIdWindow() {
   if (!UserDefaults::boolForKey(welcomedKey)) return true;
   const auto arguments = platform::Application::arguments();
-  return std::ranges::find(arguments, "--show-id") != arguments.end();
+  return std::find(arguments.begin(), arguments.end(), "--show-id") != arguments.end();
 }
 
 }  // namespace

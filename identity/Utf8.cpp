@@ -61,11 +61,10 @@ bool isValidUtf8(std::string_view bytes) {
 std::string_view trimmedOfBlanks(std::string_view text) {
   const auto leading = [&](std::string_view blank) { return text.starts_with(blank); };
   const auto trailing = [&](std::string_view blank) { return text.ends_with(blank); };
-  for (auto found = blanks.begin();
-       (found = std::ranges::find_if(blanks, leading)) != blanks.end();)
+  auto found = blanks.begin();
+  while ((found = std::find_if(blanks.begin(), blanks.end(), leading)) != blanks.end())
     text.remove_prefix(found->size());
-  for (auto found = blanks.begin();
-       (found = std::ranges::find_if(blanks, trailing)) != blanks.end();)
+  while ((found = std::find_if(blanks.begin(), blanks.end(), trailing)) != blanks.end())
     text.remove_suffix(found->size());
   return text;
 }

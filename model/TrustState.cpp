@@ -34,8 +34,9 @@ constexpr const Row& row(TrustState state) {
 }  // namespace
 
 std::optional<TrustState> trustStateWithRawValue(std::string_view rawValue) {
-  const auto found = std::ranges::find(allTrustStates, rawValue,
-                                       [](TrustState state) { return row(state).rawValue; });
+  const auto found =
+      std::find_if(allTrustStates.begin(), allTrustStates.end(),
+                   [rawValue](TrustState state) { return row(state).rawValue == rawValue; });
   if (found == allTrustStates.end()) return std::nullopt;
   return *found;
 }

@@ -35,9 +35,10 @@ class AppDelegateTest : public fakes::PlatformTest {
     const auto& box = platform().windows.back()->content.contentView.subviews.at(2);
     return std::get<::platform::Label>(box.subviews.at(0).content).text;
   }
-  static bool did(const std::string& call) { return std::ranges::count(platform().log, call) > 0; }
+  static bool did(const std::string& call) { return platform().count(call) > 0; }
   static std::ptrdiff_t when(const std::string& call) {
-    return std::ranges::find(platform().log, call) - platform().log.begin();
+    const auto& log = platform().log;
+    return std::find(log.begin(), log.end(), call) - log.begin();
   }
 
   std::shared_ptr<AppDelegate> delegate;
@@ -246,8 +247,8 @@ TEST_F(AppDelegateTest, openingTheWindowAgainTakesAFreshOne) {
   ASSERT_EQ(platform().windows.size(), 1u);
   EXPECT_EQ(windowId(), "second");
   EXPECT_TRUE(platform().windows[0]->isVisible);
-  EXPECT_EQ(std::ranges::count(platform().log, "window"), 2);
-  EXPECT_EQ(std::ranges::count(platform().log, "activate"), 2);
+  EXPECT_EQ(platform().count("window"), 2);
+  EXPECT_EQ(platform().count("activate"), 2);
 }
 
 TEST_F(AppDelegateTest, statusItemWithoutAButtonStillGetsItsMenu) {

@@ -169,7 +169,7 @@ TEST(StatusDecoding, orderOfMembersDoesNotMatter) {
     EXPECT_EQ(status.site, "site");
     EXPECT_EQ(status.email, "mail");
     EXPECT_EQ(status.lastHeartbeat, date(mayFirst));
-  } while (std::ranges::next_permutation(members).found);
+  } while (std::next_permutation(members.begin(), members.end()));
 }
 
 }  // namespace

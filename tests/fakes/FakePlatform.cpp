@@ -24,6 +24,10 @@ PlatformTest::PlatformTest() {
   fakes::platform() = Platform();
 }
 
+std::ptrdiff_t Platform::count(const std::string& call) const {
+  return std::count(log.begin(), log.end(), call);
+}
+
 void Platform::runMainQueue() {
   while (!mainQueue.empty())
     for (const auto& block : std::exchange(mainQueue, {})) block();

@@ -61,6 +61,8 @@ struct StatusItemRecord {
 struct Platform {
   /// Every call that does something, in order, such as "write /a/b" or "alert".
   std::vector<std::string> log;
+  /// How often the log has that line.
+  std::ptrdiff_t count(const std::string& call) const;
   /// Calls that fail, by their line in the log.
   std::map<std::string, platform::Error> failures;
 

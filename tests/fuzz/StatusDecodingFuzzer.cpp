@@ -133,7 +133,7 @@ void checkBuiltAnswer(std::string_view input) {
   require(areEqual(pellix::decodeStatus(answer()), expected), "every member is taken as it stands");
   const auto turns = static_cast<std::ptrdiff_t>(choices.below(members.size() + 1));
   std::rotate(members.begin(), members.begin() + turns, members.end());
-  std::ranges::reverse(members);
+  std::reverse(members.begin(), members.end());
   require(areEqual(pellix::decodeStatus(answer()), expected), "the members' order does not matter");
 }
 

@@ -1,7 +1,5 @@
 #include "install/LaunchAgents.h"
 
-#include <algorithm>
-
 #include "tests/fakes/FakePlatform.h"
 
 namespace pellix {
@@ -135,8 +133,8 @@ TEST_F(LaunchAgents, bothAreRewrittenWhateverIsThere) {
     Installer::writeServiceLaunchAgent();
     Installer::writeMenubarLaunchAgent();
   }
-  EXPECT_EQ(std::ranges::count(platform().log, "write " + servicePath), 2);
-  EXPECT_EQ(std::ranges::count(platform().log, "write " + menubarPath), 2);
+  EXPECT_EQ(platform().count("write " + servicePath), 2);
+  EXPECT_EQ(platform().count("write " + menubarPath), 2);
   EXPECT_TRUE(platform().files.at(servicePath).content.ends_with("</plist>"));
   EXPECT_TRUE(platform().files.at(menubarPath).content.ends_with("</plist>"));
 }

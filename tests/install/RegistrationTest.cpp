@@ -1,7 +1,5 @@
 #include "install/Registration.h"
 
-#include <algorithm>
-
 #include "tests/fakes/FakePlatform.h"
 
 namespace pellix {
@@ -33,7 +31,7 @@ TEST_F(Registration, oneFailedStepDoesNotStopTheNext) {
     platform() = fakes::Platform();
     platform().failures.emplace(step, ::platform::Error("fake", 2, "No such file"));
     Installer::bootstrap("com.velmor.pellix", plist);
-    EXPECT_EQ(std::ranges::count(platform().log, "wait"), 2) << step;
+    EXPECT_EQ(platform().count("wait"), 2) << step;
     EXPECT_EQ(platform().log[4], kickstart) << step;
   }
 }
