@@ -7,7 +7,10 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TOOL = pathlib.Path(__file__).resolve().parent / "mac_tool"
-TOOLS = ("defaults", "id", "launchctl", "open", "pgrep", "pkgutil", "pkill", "ps", "stat", "sudo")
+TOOLS = ("defaults", "dscl", "id", "launchctl", "open", "pgrep", "pkgutil", "pkill", "plutil",
+         "ps", "rm", "stat", "sudo")
+USERS = {"ann": "Users/ann", "bob": "Users/bob", "zoe": "Users/zoe",
+         "nobody-home": "Volumes/More homes/nobody-home"}
 
 
 class Mac:
@@ -16,17 +19,19 @@ class Mac:
     def __init__(self, folder):
         self.folder = folder
         self.tools = folder / "bin"
-        for name in ("bin", "defaults", "receipts", "homes", "refuse", "disk/Applications"):
+        self.disk = folder / "disk"
+        for name in ("bin", "defaults", "receipts", "refuse", "disk/Applications",
+                     "disk/Library/LaunchAgents"):
             (folder / name).mkdir(parents=True)
         for name in TOOLS:
             (self.tools / name).symlink_to(TOOL)
         (self.tools / "sleep").symlink_to("/bin/true")  # what is waited for has happened
-        for user in ("ann", "bob", "nobody-home"):
-            (folder / "homes" / user).mkdir()
+        for user in USERS:
+            self.home(user).mkdir(parents=True)
         self.at_the_screen("ann")
 
     def home(self, user):
-        return self.folder / "homes" / user
+        return self.disk / USERS[user]
 
     def at_the_screen(self, user):
         (self.folder / "owner").write_text(user)
@@ -34,24 +39,31 @@ class Mac:
     def refuse(self, name):
         (self.folder / "refuse" / name).touch()
 
-    def run(self, script, *arguments, uid, home="ann"):
+    def lock(self, *paths):
+        (self.folder / "locked").write_text("".join(f"{path}\n" for path in paths))
+
+    def run(self, script, *arguments, uid, home="ann", variables=None):
         environment = os.environ | {
             "HOME": str(self.home(home)), "MAC": str(self.folder), "MAC_UID": str(uid),
-            "PATH": f"{self.tools}:/usr/bin:/bin", "PELLIX_ROOT": str(self.folder / "disk")}
+            "PELLIX_TOOLS": str(self.tools), "PELLIX_ROOT": str(self.disk)
+        } | (variables or {})
         return subprocess.run(["/bin/bash", ROOT / script, *map(str, arguments)], env=environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True, timeout=60, check=False)
 
     def calls(self, *names):
-        """The calls of those commands: user ID, name, arguments."""
+        """The calls of those commands, or of all: user ID, name, arguments."""
         path = self.folder / "calls"
         lines = path.read_text().splitlines() if path.exists() else []
-        return [call for call in map(json.loads, lines) if call[1] in names]
+        return [call for call in map(json.loads, lines) if not names or call[1] in names]
 
     def processes(self):
         path = self.folder / "processes"
         return path.read_text().splitlines() if path.exists() else []
 
     def start(self, uid, application):
+        self.start_process(uid, f"{application}/Contents/MacOS/Velmor Pellix")
+
+    def start_process(self, uid, command):
         with open(self.folder / "processes", "a", encoding="utf-8") as file:
-            file.write(f"{uid} {application}/Contents/MacOS/Velmor Pellix\n")
+            file.write(f"{uid} {command}\n")

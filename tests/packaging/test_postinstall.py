@@ -76,6 +76,46 @@ def test_a_refused_opening_is_tried_again_but_does_not_fail_the_installation(mac
     assert len(opened_by(mac)) == 5
 
 
+def with_first_login(mac):
+    path = mac.disk / "Library/LaunchAgents/com.velmor.pellix.first-login.plist"
+    path.touch()
+    for uid in (501, 502):
+        mac.start_process(uid, "/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock")
+    return str(path)
+
+
+def loaded(mac):
+    return [call[2:] for call in mac.calls("launchctl") if call[2] in ("bootstrap", "kickstart")]
+
+
+def test_for_others_who_are_logged_in_the_launch_agent_looks(mac):
+    path = with_first_login(mac)
+    postinstall(mac)
+    assert opened_by(mac) == ["501"]
+    assert loaded(mac)[0] == ["bootstrap", "gui/502", path]
+
+
+def test_a_launch_agent_that_was_loaded_before_looks_once_more(mac):
+    with_first_login(mac)
+    mac.refuse("launchctl-bootstrap")
+    postinstall(mac)
+    assert loaded(mac)[1:] == [["kickstart", "gui/502/com.velmor.pellix.first-login"]]
+
+
+def test_the_launch_agent_does_not_look_where_the_application_was_just_opened(mac):
+    with_first_login(mac)
+    mac.start(502, APPLICATION)
+    postinstall(mac)
+    assert opened_by(mac) == ["501", "502"] and loaded(mac) == []
+
+
+def test_the_launch_agent_is_for_nobody_when_it_is_not_there(mac):
+    with_first_login(mac)
+    (mac.disk / "Library/LaunchAgents/com.velmor.pellix.first-login.plist").unlink()
+    postinstall(mac)
+    assert loaded(mac) == []
+
+
 def test_the_application_is_that_of_the_bundle():
     info = plistlib.loads((ROOT / "resources/macos/Info.plist.in").read_bytes())
     script = (ROOT / POSTINSTALL).read_text()

@@ -3,6 +3,7 @@
 import os
 import plistlib
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -10,8 +11,12 @@ import pytest
 from packaging_harness import ROOT
 
 UNINSTALL = "packaging/macos/uninstall"
+FIRST_LOGIN = ROOT / "packaging/macos/LaunchAgents/com.velmor.pellix.first-login.plist"
 SERVICE, MENUBAR = "com.velmor.pellix", "com.velmor.pellix.menubar"
-DOMAIN, PACKAGE = "com.velmor.pellix.app", "com.velmor.pellix.pkg"
+DOMAIN = "com.velmor.pellix.app"
+PACKAGES = ("com.velmor.pellix.first-login.pkg", "com.velmor.pellix.pkg")
+READING = {"defaults read", "dscl .", "id -u", "id -un", "launchctl print", "launchctl asuser",
+           "pgrep -f", "pkgutil --pkg-info", "stat -f", "sudo -H"}
 
 
 def launchctl(home, *arguments):
@@ -29,14 +34,22 @@ class Installation:
 
     def __init__(self, mac, user):
         self.mac, self.user, self.home = mac, user, mac.home(user)
-        self.application = mac.folder / "disk/Applications/Velmor Pellix.app"
+        self.application = mac.disk / "Applications/Velmor Pellix.app"
+        self.first_login = mac.disk / f"Library/LaunchAgents/{FIRST_LOGIN.name}"
         self.agents = self.home / "Library/LaunchAgents"
         self.support = self.home / "Library/Application Support/VelmorPellix"
+        library = self.home / "Library"
+        self.leftovers = [library / f"Preferences/{DOMAIN}.plist", library / f"Caches/{DOMAIN}/cache",
+                          library / f"HTTPStorages/{DOMAIN}/storage",
+                          library / f"HTTPStorages/{DOMAIN}.binarycookies",
+                          library / f"Saved Application State/{DOMAIN}.savedState/window"]
         self.neighbours = [self.agents / "com.velmor.pellix.other.plist",
                            self.support.parent / "VelmorPellixOther/notes",
-                           self.home / "Library/Preferences/other.plist"]
+                           library / "Preferences/other.plist", library / f"Caches/{DOMAIN}.other/cache",
+                           library / "Saved Application State/com.velmor.savedState/window"]
 
-    def make(self, loads=True):
+    def make(self, loads):
+        self.loads = loads
         (self.support / "logs").mkdir(parents=True)
         (self.support / "managed.json").write_text("{}")
         self.agents.mkdir(parents=True)
@@ -48,32 +61,38 @@ class Installation:
             if loads:
                 result = launchctl(self.home, "bootstrap", f"gui/{os.getuid()}", plist)
                 assert result.returncode == 0, result.stderr
-        for path in self.neighbours:
+        for path in self.neighbours + self.leftovers:
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text("kept")
         (self.mac.folder / "defaults" / DOMAIN).touch()
-        (self.mac.folder / "receipts" / PACKAGE).touch()
+        for package in PACKAGES:
+            (self.mac.folder / "receipts" / package).touch()
+        shutil.copy(FIRST_LOGIN, self.first_login)
         (self.application / "Contents/MacOS").mkdir(parents=True, exist_ok=True)
         (self.application / "Contents/MacOS/Velmor Pellix").touch()
         return self
 
     def left(self):
         """What is still there of it."""
-        paths = [self.agents / f"{SERVICE}.plist", self.agents / f"{MENUBAR}.plist", self.support]
+        paths = [self.agents / f"{SERVICE}.plist", self.agents / f"{MENUBAR}.plist", self.support,
+                 *self.leftovers]
+        jobs = (SERVICE, MENUBAR) if self.loads else ()
         return ([path.name for path in paths if path.exists()]
-                + [label for label in (SERVICE, MENUBAR) if is_loaded(self.home, label)])
+                + [label for label in jobs if is_loaded(self.home, label)])
 
     def is_complete(self):
-        return len(self.left()) == 5
+        return len(self.left()) == 10
 
 
 @pytest.fixture
 def install(mac):
     made = []
 
-    def make(user, **options):
-        made.append(Installation(mac, user))
-        return made[-1].make(**options)
+    def make(user, loads=True):
+        installation = Installation(mac, user)
+        if loads:
+            made.append(installation)
+        return installation.make(loads)
 
     yield make
     for installation in made:
@@ -98,16 +117,23 @@ def test_everything_is_removed_and_named(mac, install, uninstall):
     assert not list((mac.folder / "defaults").iterdir())
     assert not list((mac.folder / "receipts").iterdir())
     lines = result.stdout.splitlines()
+    library = installation.home / "Library"
     assert [line for line in lines if line != "For ann:"] == [
+        f"Removed {installation.first_login}",
         f"Quit {installation.application}",
         f"Stopped {MENUBAR}",
         f"Stopped {SERVICE}",
+        f"Removed the settings {DOMAIN}",
         f"Removed {installation.agents / MENUBAR}.plist",
         f"Removed {installation.agents / SERVICE}.plist",
         f"Removed {installation.support}",
-        f"Removed the settings {DOMAIN}",
+        f"Removed {library}/Preferences/{DOMAIN}.plist",
+        f"Removed {library}/Caches/{DOMAIN}",
+        f"Removed {library}/HTTPStorages/{DOMAIN}",
+        f"Removed {library}/HTTPStorages/{DOMAIN}.binarycookies",
+        f"Removed {library}/Saved Application State/{DOMAIN}.savedState",
         f"Removed {installation.application}",
-        f"Removed the installer's receipt {PACKAGE}",
+        *(f"Removed the installer's receipt {package}" for package in PACKAGES),
         "Velmor Pellix is removed."]
 
 
@@ -165,7 +191,7 @@ def test_a_link_that_leads_nowhere_is_removed(install, uninstall):
 def test_a_user_cannot_remove_it_for_another(mac, install):
     installation = install("bob")
     result = mac.run(UNINSTALL, "bob", uid=501)
-    assert result.returncode == 1 and "Only root" in result.stderr
+    assert result.returncode == 2 and "Only root" in result.stderr
     assert installation.is_complete()
 
 
@@ -198,22 +224,227 @@ def test_the_part_of_a_user_without_a_session_is_removed(mac, install):
     assert not [call for call in mac.calls("launchctl") if call[2] == "asuser"]
 
 
-@pytest.mark.parametrize("owner", ["root", "_mbsetupuser"])
-def test_root_asks_for_a_user_when_nobody_is_logged_in(mac, install, owner):
-    installation = install("ann")
+def everything_on(mac):
+    """All that could be removed: files with their content, settings, receipts, processes."""
+    return {str(path): path.read_bytes() if path.is_file() else None
+            for path in mac.folder.rglob("*") if path.name != "calls"}
+
+
+def assert_nothing_is_touched(mac, before):
+    assert everything_on(mac) == before
+    assert not [call for call in mac.calls() if " ".join(call[1:3]) not in READING]
+
+
+HOSTILE = [
+    ["-h "], ["--halp"], ["--help=1"], ["-n"], ["--dryrun"], ["--all"], ["--all-users", "ann"], ["-rf"],
+    ["--", "ann"], ["-"], [""], ["", "", ""], [" "], ["ann", ""], ["ann", "eve"], ["eve", "ann"],
+    ["ann bob"], ["ann\nbob"], ["\n"], ["*"], ["a*"], ["?nn"], ["[ab]*"], ["."], [".."], ["/"],
+    ["/", "Mac"], ["/Users/ann"], ["../ann"], ["ann/../bob"], ["~"], ["~ann"], ["$(id -un)"], ["`ann`"],
+    ["$HOME"], ["${IFS}"], ["ann; rm -rf ~"], ["'ann'"], ['"ann"'], ["ann\\"], ["#0"], ["#501"], ["+501"],
+    ["501"], ["0"], ["root"], ["nobody"], ["daemon"], ["_www"], ["_mbsetupuser"], ["ann", "root"],
+    ["a" * 5000], ["--" + "a" * 5000], ["ann:staff"], ["Ann"],
+    ["/Volumes/Other", "Mac", "ann"], ["/", "Mac", "eve"], ["/", "Mac", "root"], ["/", "Mac", "ann", "-x"],
+    ["/", "Mac", "ann", "eve"], ["/", "--all-users", "-rf"], ["/", "Mac", "loginwindow"],
+    ["/", "Mac", "_mbsetupuser", ""], ["/", "Mac", "ann", "", "", "--purge", "", "", "", "", ""]]
+
+
+@pytest.mark.parametrize("arguments", HOSTILE, ids=lambda each: repr(each)[:40])
+def test_root_touches_nothing_when_an_argument_makes_no_sense(mac, install, arguments):
+    install("ann", loads=False)
+    mac.start(501, mac.disk / "Applications/Velmor Pellix.app")
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, *arguments, uid=0)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert "Nothing was removed." in result.stderr
+    assert_nothing_is_touched(mac, before)
+
+
+@pytest.mark.parametrize("arguments", [["ann"], ["bob"], ["--all-users"], ["/", "Mac", "ann"], ["-x"],
+                                       [""], ["--dry-run", "ann"]], ids=str)
+def test_a_user_removes_no_other_part(mac, install, arguments):
+    install("ann", loads=False)
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, *arguments, uid=501)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert_nothing_is_touched(mac, before)
+
+
+@pytest.mark.parametrize("arguments", [[], ["--dry-run"], ["/", "Mac", ""], ["/", "", "", "", ""]],
+                         ids=str)
+@pytest.mark.parametrize("owner", ["root", "_mbsetupuser", ""])
+def test_root_touches_nothing_when_nobody_is_at_the_screen(mac, install, owner, arguments):
+    install("ann", loads=False)
     mac.at_the_screen(owner)
-    result = mac.run(UNINSTALL, uid=0)
-    assert result.returncode == 1 and "name the users" in result.stderr
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, *arguments, uid=0)
+    assert result.returncode == 2 and "name the users" in result.stderr
+    assert_nothing_is_touched(mac, before)
+
+
+@pytest.mark.parametrize("uid", [0, 501])
+@pytest.mark.parametrize("arguments", [["--help"], ["-h"], ["--dry-run", "--help"]], ids=str)
+def test_help_is_all_that_help_gives(mac, install, uid, arguments):
+    install("ann", loads=False)
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, *arguments, uid=uid)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout.startswith("usage: uninstall") and "Exit status:" in result.stdout
+    assert_nothing_is_touched(mac, before)
+
+
+@pytest.mark.parametrize("uid, arguments", [(501, []), (0, []), (0, ["ann"]), (0, ["--all-users"]),
+                                            (0, ["/", "Mac", "ann"])], ids=str)
+def test_a_dry_run_names_what_a_run_removes_and_removes_nothing(mac, install, uid, arguments):
+    installation = install("ann")
+    mac.start(501, installation.application)
+    before = everything_on(mac)
+    shown = mac.run(UNINSTALL, *arguments, "--dry-run", uid=uid)
+    assert (shown.returncode, shown.stderr) == (0, "")
+    assert_nothing_is_touched(mac, before)
     assert installation.is_complete()
-    assert not installation.application.exists()
+    done = mac.run(UNINSTALL, *arguments, uid=uid)
+    would = [re.sub(r"^Would (\w)(\w*?)e?( .*)$",
+                    lambda found: f"{found[1].upper()}{found[2]}{found[3]}", line)
+             for line in shown.stdout.splitlines()[:-1]]
+    did = [re.sub(r"^(Quit|Stop|Remov)(ped|ed)? ", r"\1 ", line)
+           for line in done.stdout.splitlines()[:-1]]
+    assert would == did and len(did) > 10
 
 
-def test_an_unknown_user_is_a_failure_that_spares_the_others(mac, install):
-    ann = install("ann")
-    result = mac.run(UNINSTALL, "eve", "ann", uid=0)
-    assert result.returncode == 1 and "eve" in result.stderr
-    assert ann.left() == []
-    assert "Velmor Pellix is removed." not in result.stdout
+def test_a_management_systems_user_is_the_one_who_is_meant(mac, install):
+    ann, bob = install("ann", loads=False), install("bob", loads=False)
+    result = mac.run(UNINSTALL, "/", "Ann's Mac -rf *", "bob", *[""] * 8, uid=0)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert bob.left() == [] and len(ann.left()) == 8
+
+
+def test_names_of_ones_own_go_before_a_management_systems_user(mac, install):
+    ann, bob = install("ann", loads=False), install("bob", loads=False)
+    assert mac.run(UNINSTALL, "/", "Mac", "ann", "", "bob", "", uid=0).returncode == 0
+    assert bob.left() == [] and len(ann.left()) == 8
+
+
+def test_a_management_system_without_a_user_means_the_one_at_the_screen(mac, install):
+    installation = install("ann", loads=False)
+    assert mac.run(UNINSTALL, "/", "Mac", "", uid=0).returncode == 0
+    assert installation.left() == []
+
+
+@pytest.mark.parametrize("arguments", [["--all-users"], ["/", "Mac", "ann", "--all-users", "", ""]],
+                         ids=str)
+def test_all_users_are_those_whose_home_holds_a_part_wherever_it_is(mac, install, arguments):
+    installations = [install(user, loads=False) for user in ("bob", "nobody-home", "zoe")]
+    mac.at_the_screen("root")
+    result = mac.run(UNINSTALL, *arguments, uid=0)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert [line for line in result.stdout.splitlines() if line.startswith("For ")] == [
+        "For bob:", "For nobody-home:", "For zoe:"]
+    assert [installation.left() for installation in installations] == [[], [], []]
+    assert not installations[0].application.exists()
+
+
+def test_all_users_are_also_those_with_a_small_part(mac):
+    left = mac.home("zoe") / f"Library/Caches/{DOMAIN}"
+    left.mkdir(parents=True)
+    assert mac.run(UNINSTALL, "--all-users", uid=0).returncode == 0
+    assert not left.exists()
+
+
+def test_the_part_of_an_account_of_the_system_is_not_one(mac):
+    link = mac.disk / "var/root/Library/Application Support/VelmorPellix"
+    link.mkdir(parents=True)
+    assert mac.run(UNINSTALL, "--all-users", uid=0).returncode == 0
+    assert link.exists()
+
+
+def test_whose_part_remains_is_said(mac, install):
+    install("ann", loads=False), install("bob", loads=False)
+    result = mac.run(UNINSTALL, "ann", uid=0)
+    assert result.returncode == 0
+    assert "Left: the part of bob. --all-users removes it too." in result.stdout
+
+
+@pytest.mark.parametrize("user", ["ann", "bob"])
+def test_the_application_remains_while_a_named_users_part_does(mac, install, user):
+    ann, bob = install("ann", loads=False), install("bob", loads=False)
+    mac.lock((ann if user == "ann" else bob).agents)
+    result = mac.run(UNINSTALL, "ann", "bob", uid=0)
+    assert result.returncode == 1 and "The application remains" in result.stderr
+    assert ann.application.exists()
+    assert list((mac.folder / "receipts").iterdir())
+    other = bob if user == "ann" else ann
+    assert other.left() == []
+
+
+def test_a_job_that_cannot_be_stopped_keeps_the_application(mac, install):
+    installation = install("ann", loads=False)
+    (mac.tools / "launchctl").unlink()
+    (mac.tools / "launchctl").write_text("#!/bin/sh\n")  # succeeds, and every job stays loaded
+    (mac.tools / "launchctl").chmod(0o755)
+    result = mac.run(UNINSTALL, uid=501)
+    assert result.returncode == 1 and f"Could not stop {SERVICE}" in result.stderr
+    assert installation.application.exists()
+
+
+def test_a_user_named_twice_is_removed_once(mac, install):
+    install("ann", loads=False)
+    result = mac.run(UNINSTALL, "ann", "ann", uid=0)
+    assert result.returncode == 0 and result.stdout.count("For ann:") == 1
+
+
+def test_a_user_whose_home_is_missing_keeps_the_application(mac, install):
+    installation = install("ann", loads=False)
+    mac.home("bob").rmdir()
+    result = mac.run(UNINSTALL, "bob", uid=0)
+    assert result.returncode == 1 and "There is no home folder" in result.stderr
+    assert installation.application.exists()
+
+
+@pytest.mark.parametrize("home", ["/", "", "relative"])
+def test_a_home_that_is_none_is_refused(mac, home):
+    result = mac.run(UNINSTALL, uid=501, variables={"HOME": home})
+    assert result.returncode == 1
+    assert home == "/" or "There is no home folder" in result.stderr
+
+
+def test_a_home_with_a_line_break_loses_its_part_and_nothing_else(mac, install):
+    installation = install("ann", loads=False)
+    home = installation.home.with_name("ann\nbob")
+    installation.home.rename(home)
+    installation.home.mkdir()
+    (installation.home / "kept").touch()
+    assert mac.run(UNINSTALL, uid=501, variables={"HOME": str(home)}).returncode == 0
+    assert not (home / "Library/Application Support/VelmorPellix").exists()
+    assert (home / "Library/Preferences/other.plist").exists()
+    assert (installation.home / "kept").exists()
+
+
+def test_a_linked_home_is_cleaned(mac, install):
+    installation = install("ann", loads=False)
+    real = mac.disk / "Volumes/Data"
+    installation.home.rename(real)
+    installation.home.symlink_to(real)
+    assert mac.run(UNINSTALL, "ann", uid=0).returncode == 0
+    assert installation.left() == [] and installation.home.is_symlink()
+    assert all((real / path.relative_to(installation.home)).exists()
+               for path in installation.neighbours)
+
+
+def test_nobody_gets_the_application_anew_while_it_is_removed(mac, install):
+    install("ann")
+    mac.start_process(502, "/System/Library/CoreServices/loginwindow")
+    assert mac.run(UNINSTALL, uid=0).returncode == 0
+    changes = [call[1:] for call in mac.calls("launchctl", "pkill", "defaults")
+               if call[2] not in ("print", "asuser", "read")]
+    assert changes[0] == ["launchctl", "bootout", "gui/502/com.velmor.pellix.first-login"]
+
+
+def test_a_user_who_may_not_remove_the_launch_agent_is_told(mac, install):
+    installation = install("ann", loads=False)
+    mac.lock(installation.first_login.parent)
+    result = mac.run(UNINSTALL, uid=501)
+    assert result.returncode == 1 and "run this again with sudo" in result.stderr
+    assert installation.left() == [] and installation.application.exists()
 
 
 @pytest.mark.parametrize("tool", ["pkgutil", "defaults"])
@@ -233,4 +464,8 @@ def test_names_are_those_of_the_sources():
     assert f"local defaults_domain={info['CFBundleIdentifier']}\n" in script
     assert f"/Applications/{info['CFBundleName']}.app\"" in script
     folder = re.search(r'"(\w+)/"', (ROOT / "install/Paths.cpp").read_text())[1]
-    assert f"/Library/Application Support/{folder}\"" in script
+    assert f"/Application Support/{folder}\"\n" in script
+    assert f"local bundle={info['CFBundleIdentifier']}\n" in script
+    agent = plistlib.loads(FIRST_LOGIN.read_bytes())
+    assert f"\nfirst_login_label={agent['Label']}\n" in script
+    assert FIRST_LOGIN.name == f"{agent['Label']}.plist"

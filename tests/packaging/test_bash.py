@@ -1,0 +1,80 @@
+"""What runs on managed Macs keeps to what a bare macOS has: Bash 3.2, and BSD's tools."""
+
+import re
+
+import pytest
+
+from packaging_harness import ROOT
+
+# Of Bash 4.0 to 5.2, and of GNU; what the shell's own -n does not see, as it is a newer one.
+NEWER = {
+    "changing case by expansion": r"\$\{[^}]*(,,|\^\^|[\w\]][,^])[^}/]*\}",
+    "@ transformations": r"\$\{[^}]*@[QEPAaUuLKk]\}",
+    "negative index": r"\[-\d+\]\}?",
+    "negative length": r"\$\{\w+:[^}:]*:\s*-\d+\}",
+    "mapfile": r"\b(mapfile|readarray|coproc)\b",
+    "associative arrays, references": r"\b(declare|local|typeset|readonly)\s+-\w*[Anglu]",
+    "|&, &>>": r"\|&|&>>",
+    "case fall-through": r";;?&",
+    "read -i, -N": r"\bread\b[^|;]*\s-\w*[iN]\b",
+    "fractions of seconds for read -t": r"\bread\b[^|;]*\s-t\s*\d*\.\d",
+    "printf to an array, or the time": r"printf\s+-v\s*\w+\[|%\([^)]*\)T",
+    "test -v": r"\[\[?\s+(!\s+)?-[vR]\s",
+    "automatic descriptors": r"\{\w+\}[<>]",
+    "globstar, lastpipe and others": r"\bshopt\b.*\b(globstar|lastpipe|dirspell|autocd|inherit_errexit)\b",
+    "variables of newer shells": r"\$\{?(EPOCHSECONDS|EPOCHREALTIME|BASHPID|SRANDOM|BASH_ARGV0|BASH_XTRACEFD)\b",
+    "wait -n, -p": r"\bwait\s+-[npf]",
+    "ranges with steps or zeros": r"\{\w+\.\.\w+\.\.\w+\}|\{0\d+\.\.",
+    "unicode escapes": r"\$'[^']*\\[uU][0-9a-fA-F]",
+    "arrays that may be empty, under set -u": r'(?<!\+)"\$\{(?!#)\w+\[[@*]\]\}"',
+    "GNU's stat": r"\bstat\s+(-c|--)", "GNU's sed": r"\bsed\s+(-r|-i\s|--|-z)|\bsed\b.*\\[+?|]",
+    "GNU's date": r"\bdate\s+(-d|--|-I)", "GNU's readlink": r"\breadlink\s+-[em]|\brealpath\b",
+    "GNU's find": r"\bfind\b.*-(printf|regextype|quit)", "GNU's grep": r"\bgrep\s+(-\w*P|--)",
+    "GNU's xargs, sort, ps": r"\bxargs\s+(-r|-d|--)|\bsort\s+(-\w*[VzR]|--)|\bps\s+--",
+    "GNU's base64, cp, mktemp": r"\bbase64\s+-w|\bcp\s+(-\w*[tu]\b|--)|\bmktemp\s+(--|-p)",
+    "what is not there": r"(?:^|[|;&(]\s*|\$\()\s*(timeout|python3?|jq|gawk|tac|nproc|setsid|flock|seq -w|"
+                         r"sha256sum|md5sum|ss|ip|getent|numfmt|shuf)\s",
+}
+# Arrays that never are empty: set with content where they are made.
+FILLED = {"parts", "words"}
+SAMPLES = """
+${x,,} ${x^} ${x[0]^^}|${x@Q}|${x[-1]}|${x:0:-1}|mapfile -t x|declare -A x|local -n x|a \\|& b|a &>>b|;;&
+read -N 1 x|read -t 0.5 x|printf -v x[1] %s 1|printf '%(%s)T'|[[ -v x ]]|exec {fd}>x|shopt -s globstar
+$EPOCHSECONDS|wait -n|{1..9..2}|$'\\u00e9'|for y in "${list[@]}"; do|stat -c %u x|sed -r s/a/b/|sed 's/a\\+/b/'
+date -d now|readlink -e x|find . -printf x|grep -P x|xargs -r y|base64 -w0|timeout 5 x|x=$(jq .a)
+"""
+
+
+def findings(text):
+    for number, line in enumerate(text.splitlines(), 1):
+        code = re.sub(r"(^|\s)#.*", "", line)
+        for name, pattern in NEWER.items():
+            found = re.search(pattern, code)
+            if found and not any(f"{{{array}[@]}}" in found[0] for array in FILLED):
+                yield f"{number}: {name}: {line.strip()}"
+
+
+def scripts():
+    folder = ROOT / "packaging/macos"
+    return [path for path in sorted(folder.rglob("*"))
+            if path.is_file() and re.match(rb"#!/bin/(ba)?sh\n", path.read_bytes())]
+
+
+@pytest.mark.parametrize("script", scripts(), ids=lambda path: path.name)
+def test_a_script_keeps_to_bash_3(script):
+    assert list(findings(script.read_text())) == []
+
+
+def test_the_scripts_are_found():
+    assert {"uninstall", "postinstall"} <= {path.name for path in scripts()}
+
+
+@pytest.mark.parametrize("sample", [
+    each for line in SAMPLES.strip().splitlines() for each in re.split(r"(?<!\\)\|", line)])
+def test_what_is_newer_is_found(sample):
+    assert list(findings(sample.replace("\\|", "|")))
+
+
+def test_array_that_are_named_as_filled_are(tmp_path):
+    for name in FILLED & set(re.findall(r"\b(\w+)\[@\]", "".join(s.read_text() for s in scripts()))):
+        assert any(re.search(rf"\b{name}=\(\s*\S", each.read_text()) for each in scripts())
