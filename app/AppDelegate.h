@@ -37,15 +37,14 @@ class AppDelegate final : public platform::ApplicationDelegate,
   /// Opens a new device-ID window in place of an earlier one and brings it to the front.
   void showDeviceIdWindow();
 
-  /// The menu's commands, by the names of the methods below.
-  void perform(const platform::Selector& selector) override;
-
- private:
+  // The menu's commands: the rows of app/StatusMenu.cpp name them, app/MenuActions.cpp has them.
   void openUI();
   void openAdmin();
   void showId();
   void copyDeviceId();
   void quit();
+
+ private:
   void openPage(std::string_view path);
 
   std::int64_t port;

@@ -53,13 +53,14 @@ View DeviceIdWindowController::buildContent() {
       .content = PlainView{.layer = PlainView::Layer{.backgroundColor = Color::controlBackground,
                                                      .cornerRadius = 8}},
       .subviews = {std::move(idLabel)}};
-  View copy{
-      .frame = {28, 28, 160, 32},
-      .content = Button{.identifier = copyButton, .title = copyTitle, .action = {self, "copyId"}}};
+  View copy{.frame = {28, 28, 160, 32},
+            .content = Button{.identifier = copyButton,
+                              .title = copyTitle,
+                              .action = {self, &DeviceIdWindowController::copyId}}};
   View done{.frame = {400, 28, 90, 32},
             .content = Button{.identifier = "doneButton",
                               .title = "Done",
-                              .action = {self, "closeWindow"},
+                              .action = {self, &DeviceIdWindowController::closeWindow},
                               .keyEquivalent = "\r"}};
   return {.frame = {0, 0, 520, 280},
           .subviews = {std::move(title), std::move(instruction), std::move(idBox), std::move(copy),
@@ -68,11 +69,6 @@ View DeviceIdWindowController::buildContent() {
 
 void DeviceIdWindowController::showWindow() {
   window->makeKeyAndOrderFront();
-}
-
-void DeviceIdWindowController::perform(const Selector& selector) {
-  if (selector == "copyId") copyId();
-  if (selector == "closeWindow") closeWindow();
 }
 
 void DeviceIdWindowController::copyId() {

@@ -19,14 +19,13 @@ class DeviceIdWindowController final
 
   void showWindow();
 
-  /// The buttons' commands, by the names of the methods below.
-  void perform(const platform::Selector& selector) override;
+  // The buttons' commands.
+  void copyId();
+  void closeWindow();
 
  private:
   explicit DeviceIdWindowController(std::string deviceId);
   platform::View buildContent();
-  void copyId();
-  void closeWindow();
 
   std::string deviceId;
   std::unique_ptr<platform::Window> window;

@@ -1,6 +1,3 @@
-#include <array>
-#include <utility>
-
 #include "app/AppDelegate.h"
 #include "app/StatusMenu.h"
 #include "platform/Alert.h"
@@ -9,19 +6,9 @@
 
 namespace pellix {
 
-void AppDelegate::perform(const platform::Selector& selector) {
-  using Method = void (AppDelegate::*)();
-  static constexpr std::array<std::pair<std::string_view, Method>, 5> methods = {{
-      {"openUI", &AppDelegate::openUI},
-      {"openAdmin", &AppDelegate::openAdmin},
-      {"showId", &AppDelegate::showId},
-      {"copyDeviceId", &AppDelegate::copyDeviceId},
-      {"quit", &AppDelegate::quit},
-  }};
-  for (const auto& [name, method] : methods)
-    if (name == selector) return (this->*method)();
-}
-
+// Not the wrong way round: "Authorize this Mac…" leads to the service's root page, where that is
+// done, and "Open WordPress Admin" to its /authorize page. The service takes the user on from
+// there; the address of the site itself, which the status tells, is never opened.
 void AppDelegate::openUI() {
   openPage("/");
 }

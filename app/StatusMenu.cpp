@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "app/AppDelegate.h"
+
 namespace pellix {
 namespace {
 
@@ -33,25 +35,25 @@ platform::StatusBarButton statusBarButton(TrustState state) {
 }
 
 platform::Menu statusMenu(const Status& status, const std::string& installedDeviceId,
-                          const std::weak_ptr<platform::Target>& target) {
-  // Both pages are the local service's own; its root page is where a Mac is authorized.
-  const MenuItem firstCommand = status.state == TrustState::authorized
-                                    ? item("Open WordPress Admin", {target, "openAdmin"}, "o")
-                                    : item("Authorize this Mac…", {target, "openUI"}, "a");
+                          const std::weak_ptr<AppDelegate>& delegate) {
+  const MenuItem firstCommand =
+      status.state == TrustState::authorized
+          ? item("Open WordPress Admin", {delegate, &AppDelegate::openAdmin}, "o")
+          : item("Authorize this Mac…", {delegate, &AppDelegate::openUI}, "a");
   return {{
       informationalItem(summary(status.state)),
       informationalItem(status.serviceReachable ? "Last check: " + status.lastCheckDescription()
                                                 : "Starting Pellix…"),
       MenuItem::separatorItem(),
       firstCommand,
-      item("Show status…", {target, "openUI"}, "s"),
-      item("Show device ID…", {target, "showId"}, "i"),
+      item("Show status…", {delegate, &AppDelegate::openUI}, "s"),
+      item("Show device ID…", {delegate, &AppDelegate::showId}, "i"),
       MenuItem::separatorItem(),
       {.title = menuId(status, installedDeviceId),
-       .action = platform::Action{target, "copyDeviceId"},
+       .action = platform::Action{delegate, &AppDelegate::copyDeviceId},
        .toolTip = "Click to copy — IT needs this to approve your Mac"},
       MenuItem::separatorItem(),
-      item("Quit Pellix", {target, "quit"}, "q"),
+      item("Quit Pellix", {delegate, &AppDelegate::quit}, "q"),
   }};
 }
 

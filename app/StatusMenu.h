@@ -4,11 +4,12 @@
 #include <string>
 
 #include "model/Status.h"
-#include "platform/Action.h"
 #include "platform/Menu.h"
 #include "platform/StatusItem.h"
 
 namespace pellix {
+
+class AppDelegate;
 
 /// The ID that the menu shows and copies: the status's own unless that is the placeholder, whether
 /// or not the service was reachable; else `installedDeviceId`.
@@ -17,8 +18,8 @@ const std::string& menuId(const Status& status, const std::string& installedDevi
 /// What the status item's button shows for `state`. Main thread: looks up the symbol image.
 platform::StatusBarButton statusBarButton(TrustState state);
 
-/// The whole drop-down menu, always ten entries; its commands go to `target`.
+/// The whole drop-down menu, always ten entries; its commands are `delegate`'s methods.
 platform::Menu statusMenu(const Status& status, const std::string& installedDeviceId,
-                          const std::weak_ptr<platform::Target>& target);
+                          const std::weak_ptr<AppDelegate>& delegate);
 
 }  // namespace pellix

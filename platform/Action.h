@@ -1,33 +1,42 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <type_traits>
+#include <utility>
 
 namespace platform {
 
-/// The name of a method that a menu item or a button reaches in its target.
-using Selector = std::string;
-
-/// Receives the commands of menu items and buttons.
+/// A class whose methods carry out the commands of menu items and buttons.
 class Target {
- public:
-  /// Carries out `selector`. Main thread. Called only while the target is alive, and it stays alive
-  /// for the length of the call. Selectors it does not know are ignored.
-  virtual void perform(const Selector& selector) = 0;
-
  protected:
   ~Target() = default;
 };
 
-/// What picking a menu item or pressing a button does. The target is held weakly: an action whose
-/// target is gone does nothing.
-struct Action {
-  std::weak_ptr<Target> target = {};
-  Selector selector = {};
+/// What picking a menu item or pressing a button does: one of its target's own methods, so that no
+/// command can be named that its target does not have. The target is held weakly.
+class Action {
+ public:
+  Action() = default;
+
+  template <typename Receiver>
+  Action(std::weak_ptr<std::type_identity_t<Receiver>> receiver, void (Receiver::*method)())
+      : target(std::move(receiver)), command(static_cast<Command>(method)) {}
+
+  /// Calls the method; nothing if the target is gone, which stays alive for the length of the call.
+  /// Main thread.
+  void perform() const {
+    if (const auto receiver = target.lock()) (receiver.get()->*command)();
+  }
 
   friend bool operator==(const Action& a, const Action& b) {
-    return a.selector == b.selector && a.target.lock() == b.target.lock();
+    return a.command == b.command && a.target.lock() == b.target.lock();
   }
+
+ private:
+  using Command = void (Target::*)();
+
+  std::weak_ptr<Target> target = {};
+  Command command = nullptr;
 };
 
 }  // namespace platform

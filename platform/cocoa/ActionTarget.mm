@@ -17,7 +17,7 @@
 - (void)performAction:(id)sender {
   // A copy, as the action may replace the menu or window that this object goes with.
   const platform::Action current = action;
-  if (const auto target = current.target.lock()) target->perform(current.selector);
+  current.perform();
 }
 
 @end

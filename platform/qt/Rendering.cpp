@@ -78,8 +78,8 @@ void performLater(const Action& action) {
     if (QWidget* alert = QApplication::activeModalWidget()) {
       alert->raise();
       alert->activateWindow();
-    } else if (const auto target = action.target.lock()) {
-      target->perform(action.selector);
+    } else {
+      action.perform();
     }
   });
 }

@@ -46,7 +46,7 @@ TEST_F(MenuActions, onlyAnAuthorizedMacIsOfferedTheAuthorizePage) {
     platform().answer(platform().requests.size() - 1, R"({"state":")" + rawValue(state) + R"("})");
     bool offered = false;
     for (const auto& item : platform().statusItems[0]->menu.value().items)
-      offered = offered || (item.action && item.action->selector == "openAdmin");
+      offered = offered || item.action == ::platform::Action(delegate, &AppDelegate::openAdmin);
     EXPECT_EQ(offered, state == TrustState::authorized) << rawValue(state);
   }
 }
@@ -59,7 +59,7 @@ TEST_F(MenuActions, unparsableAddressOpensNothing) {
   launch();
   platform().runMainQueue();
   platform().pick("Show status…");
-  delegate->perform("openAdmin");
+  delegate->openAdmin();
   EXPECT_TRUE(platform().openedUrls.empty());
   EXPECT_TRUE(platform().alerts.empty());
 }
@@ -128,7 +128,7 @@ TEST_F(MenuActions, pollDuringTheQuitAlertIsApplied) {
     return 1001;
   };
   platform().pick("Quit Pellix");
-  EXPECT_EQ(platform().statusItems[0]->menu.value().items[0].title, "Revoked by IT");
+  EXPECT_EQ(platform().informationalTitles().at(0), "Revoked by IT");
 }
 
 }  // namespace

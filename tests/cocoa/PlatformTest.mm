@@ -265,13 +265,13 @@ TEST_F(PlatformTest, ofSeveralMenusTheLastOneStays) {
 TEST_F(PlatformTest, itemsTellTheirTargetAsLongAsItLives) {
   StatusItem item(variableStatusItemLength);
   auto target = Commands::make();
-  item.setMenu({{{.title = "Go", .action = Action{target, "go"}},
-                 {.title = "Off", .action = Action{target, "off"}, .isEnabled = false},
+  item.setMenu({{{.title = "Go", .action = target->action<"go">()},
+                 {.title = "Off", .action = target->action<"off">(), .isEnabled = false},
                  MenuItem::separatorItem()}});
   doubles::runPending();
   NSStatusItem* shown = doubles::statusItems().at(0);
   doubles::pick(shown, @"Go");
-  EXPECT_EQ(target->performed, std::vector<Selector>{"go"});
+  EXPECT_EQ(target->performed, std::vector<std::string>{"go"});
   EXPECT_FALSE(doubles::isEnabledWhenShown(shown.menu.itemArray[1]));
   EXPECT_TRUE(shown.menu.itemArray[2].separatorItem);
   const std::weak_ptr<Commands> weak = target;
@@ -287,7 +287,7 @@ TEST_F(PlatformTest, aCommandMayReplaceItsMenu) {
     item.setMenu({});
     doubles::runPending();
   };
-  item.setMenu({{{.title = "Go", .action = Action{target, "go"}}}});
+  item.setMenu({{{.title = "Go", .action = target->action<"go">()}}});
   doubles::runPending();
   doubles::pick(doubles::statusItems().at(0), @"Go");
   EXPECT_EQ(target->performed.size(), 1u);
@@ -342,7 +342,7 @@ TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
   EXPECT_EQ(views[0].toolTip, nil);
   auto* button = static_cast<NSButton*>(views[1]);
   [button performClick:nil];
-  EXPECT_EQ(target->performed, std::vector<Selector>{"press"});
+  EXPECT_EQ(target->performed, std::vector<std::string>{"press"});
   window->setButtonTitle("b", "C");
   EXPECT_EQ(text(button.title), "C");
   EXPECT_THROW(window->setButtonTitle("none", "C"), std::out_of_range);

@@ -38,12 +38,23 @@ void Platform::answer(std::size_t request, std::optional<std::string> body) {
   runMainQueue();
 }
 
+const platform::MenuItem* Platform::find(const std::string& title) const {
+  for (const auto& item : statusItems.at(0)->menu.value().items)
+    if (item.title == title && item.isEnabled) return &item;
+  return nullptr;
+}
+
 void Platform::pick(const std::string& title) {
-  for (const auto& item : statusItems.at(0)->menu.value().items) {
-    if (item.title != title || !item.isEnabled) continue;
-    return item.action.value().target.lock()->perform(item.action->selector);
-  }
-  throw std::runtime_error("no enabled menu entry " + title);
+  const auto* item = find(title);
+  if (!item) throw std::runtime_error("no enabled menu entry " + title);
+  item->action.value().perform();
+}
+
+std::vector<std::string> Platform::informationalTitles() const {
+  std::vector<std::string> titles;
+  for (const auto& item : statusItems.at(0)->menu.value().items)
+    if (!item.isEnabled) titles.push_back(item.title);
+  return titles;
 }
 
 namespace {

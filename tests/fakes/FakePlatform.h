@@ -104,8 +104,12 @@ struct Platform {
   void runMainQueue();
   /// Ends a request with `body`, then lets the main queue run.
   void answer(std::size_t request, std::optional<std::string> body);
-  /// Picks the menu entry with that title.
+  /// The enabled entry with that title in the status item's menu, or null.
+  const platform::MenuItem* find(const std::string& title) const;
+  /// Picks that entry.
   void pick(const std::string& title);
+  /// The titles of the entries that cannot be picked, from top to bottom.
+  std::vector<std::string> informationalTitles() const;
 };
 
 /// The platform of the running test.

@@ -135,12 +135,12 @@ TEST(Alert, alertsMayBeNested) {
 TEST(Alert, commandsAreIgnoredWhileOneIsOpen) {
   const auto commands = Commands::make();
   responseAfter(quitAlert, [&](QMessageBox& box) {
-    performLater(commands->action("quit"));
+    performLater(commands->action<"quit">());
     runMainLoop(0.05);
     press(Qt::Key_Escape)(box);
   });
   EXPECT_TRUE(commands->performed.empty());
-  performLater(commands->action("quit"));
+  performLater(commands->action<"quit">());
   EXPECT_TRUE(runMainLoopUntil([&] { return commands->performed.size() == 1; }));
 }
 

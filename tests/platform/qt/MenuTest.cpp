@@ -23,9 +23,9 @@ class RenderedMenu : public testing::Test {
   Menu menu(const std::string& title) {
     return {{{.title = "State", .isEnabled = false},
              MenuItem::separatorItem(),
-             {.title = title, .action = commands->action("copy"), .toolTip = "<b>Click</b>"},
+             {.title = title, .action = commands->action<"copy">(), .toolTip = "<b>Click</b>"},
              {.title = "No command"},
-             {.title = "Quit", .action = commands->action("quit"), .keyEquivalent = "q"}}};
+             {.title = "Quit", .action = commands->action<"quit">(), .keyEquivalent = "q"}}};
   }
 
   QString popupText(const std::string& title) {
@@ -119,7 +119,7 @@ TEST_F(RenderedMenu, aKeyWorksWhileTheMenuIsOpenAndClosesIt) {
   rendered->popup({0, 0});
   QTest::keyClick(rendered.get(), Qt::Key_Q, Qt::ControlModifier);
   EXPECT_TRUE(runMainLoopUntil([&] { return commands->performed.size() == 1; }));
-  EXPECT_EQ(commands->performed, std::vector<Selector>{"quit"});
+  EXPECT_EQ(commands->performed, std::vector<std::string>{"quit"});
   EXPECT_FALSE(rendered->isVisible());
 }
 
@@ -143,7 +143,7 @@ TEST_F(RenderedMenu, aMenuWithTheSameCommandsIsUpdatedInPlace) {
 
 TEST_F(RenderedMenu, menusDifferInTheirCommands) {
   Menu other = menu("old");
-  other.items[2].action = commands->action("openAdmin");
+  other.items[2].action = commands->action<"openAdmin">();
   EXPECT_FALSE(haveSameCommands(menu("old"), other));
   other = menu("old");
   other.items.pop_back();

@@ -16,7 +16,7 @@
 namespace {
 
 using namespace platform;
-using Selectors = std::vector<Selector>;
+using Names = std::vector<std::string>;
 
 /// A box with an identifier, a button for it and a default button.
 WindowContent content(Commands& commands, const std::string& identifier) {
@@ -36,11 +36,12 @@ WindowContent content(Commands& commands, const std::string& identifier) {
       box,
       {.frame = {28, 28, 160, 32},
        .content =
-           Button{.identifier = "copy", .title = "Copy & go", .action = commands.action("copyId")}},
+           Button{
+               .identifier = "copy", .title = "Copy & go", .action = commands.action<"copyId">()}},
       {.frame = {400, 28, 90, 32},
        .content = Button{.identifier = "done",
                          .title = "Done",
-                         .action = commands.action("closeWindow"),
+                         .action = commands.action<"closeWindow">(),
                          .keyEquivalent = "\r"}}};
   return {.title = "Velmor Pellix",
           .styleMask = {.titled = true, .closable = true},
@@ -64,7 +65,7 @@ class ShownWindow : public testing::Test {
     ASSERT_TRUE(identifierLabel);
   }
 
-  Selectors performedAfter(Qt::Key key) {
+  Names performedAfter(Qt::Key key) {
     commands->performed.clear();
     QTest::keyClick(widget->windowHandle(), key);
     runMainLoop(0.05);
@@ -148,7 +149,7 @@ TEST_F(ShownWindow, aWrappedTextFitsItsFrame) {
 TEST_F(ShownWindow, pressingAButtonPerformsItsAction) {
   show();
   button(*widget, QStringLiteral("Copy && go"))->click();
-  EXPECT_TRUE(runMainLoopUntil([this] { return commands->performed == Selectors{"copyId"}; }));
+  EXPECT_TRUE(runMainLoopUntil([this] { return commands->performed == Names{"copyId"}; }));
 }
 
 TEST_F(ShownWindow, aButtonWhoseTargetIsGoneDoesNothing) {
@@ -163,22 +164,22 @@ TEST_F(ShownWindow, returnAndEnterPressTheDefaultButtonWhicheverHasTheFocus) {
   show();
   for (const char* title : {"Copy && go", "Done"}) {
     button(*widget, QString::fromLatin1(title))->setFocus();
-    EXPECT_EQ(performedAfter(Qt::Key_Return), Selectors{"closeWindow"}) << title;
-    EXPECT_EQ(performedAfter(Qt::Key_Enter), Selectors{"closeWindow"}) << title;
+    EXPECT_EQ(performedAfter(Qt::Key_Return), Names{"closeWindow"}) << title;
+    EXPECT_EQ(performedAfter(Qt::Key_Enter), Names{"closeWindow"}) << title;
   }
 }
 
 TEST_F(ShownWindow, spacePressesTheButtonWithTheFocusAndTabReachesAll) {
   show();
   button(*widget, QStringLiteral("Copy && go"))->setFocus();
-  EXPECT_EQ(performedAfter(Qt::Key_Space), Selectors{"copyId"});
-  EXPECT_EQ(performedAfter(Qt::Key_Tab), Selectors{});
-  EXPECT_EQ(performedAfter(Qt::Key_Space), Selectors{"closeWindow"});
+  EXPECT_EQ(performedAfter(Qt::Key_Space), Names{"copyId"});
+  EXPECT_EQ(performedAfter(Qt::Key_Tab), Names{});
+  EXPECT_EQ(performedAfter(Qt::Key_Space), Names{"closeWindow"});
 }
 
 TEST_F(ShownWindow, escapeDoesNothing) {
   show();
-  EXPECT_EQ(performedAfter(Qt::Key_Escape), Selectors{});
+  EXPECT_EQ(performedAfter(Qt::Key_Escape), Names{});
   EXPECT_TRUE(widget->isVisible());
 }
 
@@ -204,13 +205,14 @@ TEST_F(ShownWindow, aCommandMayDestroyTheWindow) {
   show();
   struct Destroyer final : Target {
     explicit Destroyer(std::unique_ptr<Window>& target) : window(target) {}
-    void perform(const Selector&) override { window.reset(); }
+    void destroy() { window.reset(); }
     std::unique_ptr<Window>& window;
   };
   const auto destroyer = std::make_shared<Destroyer>(window);
   WindowContent other{.contentView = {.frame = {0, 0, 100, 50}}};
   other.contentView.subviews = {
-      {.frame = {0, 0, 90, 32}, .content = Button{.title = "Go", .action = {destroyer, "go"}}}};
+      {.frame = {0, 0, 90, 32},
+       .content = Button{.title = "Go", .action = {destroyer, &Destroyer::destroy}}}};
   window = std::make_unique<Window>(other);
   window->makeKeyAndOrderFront();
   button(*visibleWindow<QMainWindow>(), QStringLiteral("Go"))->click();
