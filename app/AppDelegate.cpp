@@ -6,6 +6,7 @@
 #include "app/StatusMenu.h"
 #include "identity/DeviceIdentifier.h"
 #include "install/Installer.h"
+#include "install/LaunchAgents.h"
 #include "model/FatalError.h"
 #include "platform/Alert.h"
 #include "platform/Error.h"
@@ -18,12 +19,11 @@ namespace {
 namespace UserDefaults = platform::UserDefaults;
 
 constexpr double pollInterval = 20.0;  // seconds
-constexpr std::int64_t defaultPort = 8787;
 constexpr auto welcomedKey = "vlx_welcomed";
 
 std::int64_t configuredPort() {
   const auto port = UserDefaults::integerForKey("port");
-  return port >= 1 ? port : defaultPort;
+  return port >= 1 ? port : Installer::servicePort;
 }
 
 bool wantsDeviceIdWindow() {

@@ -46,7 +46,7 @@ std::optional<std::string> serviceIdentifier() {
   return deviceIdentifierInOutput(task.readStandardOutputToEnd());
 }
 
-std::string iokitUUID() {
+std::string hardwareIdentifier() {
   const auto uuid = platform::platformUuid();
   return uuid ? std::string(hardwarePrefix) + *uuid : std::string(placeholder);
 }
@@ -65,7 +65,7 @@ std::optional<std::string> deviceIdentifierInOutput(std::string_view output) {
 
 std::string deviceIdentifier() {
   if (auto identifier = serviceIdentifier()) return *std::move(identifier);
-  return iokitUUID();
+  return hardwareIdentifier();
 }
 
 }  // namespace pellix::Installer

@@ -16,7 +16,7 @@ namespace FileManager = platform::FileManager;
 
 void installGuard() {
   const auto guard = Paths::guardBinary();
-  const auto resource = platform::Bundle::urlForResource("velmor-guard");
+  const auto resource = platform::Bundle::urlForResource(guard.filename());
   if (resource && FileManager::fileExists(*resource)) {
     if (FileManager::fileExists(guard)) {
       try {
@@ -28,7 +28,8 @@ void installGuard() {
     FileManager::copyItem(*resource, guard);
     FileManager::setPosixPermissions(guard, 0755);
   } else if (!FileManager::fileExists(guard)) {
-    throw platform::Error("VelmorPellix", 1, "velmor-guard binary missing from the app bundle.");
+    throw platform::Error("VelmorPellix", 1,
+                          guard.filename().string() + " binary missing from the app bundle.");
   }
 }
 

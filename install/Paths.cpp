@@ -7,9 +7,19 @@ namespace pellix::Paths {
 
 namespace FileManager = platform::FileManager;
 
+namespace {
+
+std::filesystem::path propertyListOf(std::string_view label) {
+  const std::string fileName = std::string(label) + ".plist";
+  return FileManager::homeDirectoryForCurrentUser() / "Library/LaunchAgents" / fileName;
+}
+
+}  // namespace
+
 const std::filesystem::path& supportDir() {
   static const std::filesystem::path path = [] {
     const auto folders = FileManager::applicationSupportDirectories();
+    // In the words of a Swift program that finds no value where one must be.
     if (folders.empty()) fatalError("Unexpectedly found nil while unwrapping an Optional value");
     return folders.front() / "VelmorPellix/";
   }();
@@ -21,13 +31,11 @@ std::filesystem::path guardBinary() {
 }
 
 std::filesystem::path launchAgent() {
-  return FileManager::homeDirectoryForCurrentUser() /
-         "Library/LaunchAgents/com.velmor.pellix.plist";
+  return propertyListOf(serviceLabel);
 }
 
 std::filesystem::path menubarLaunchAgent() {
-  return FileManager::homeDirectoryForCurrentUser() /
-         "Library/LaunchAgents/com.velmor.pellix.menubar.plist";
+  return propertyListOf(menubarLabel);
 }
 
 }  // namespace pellix::Paths

@@ -10,6 +10,11 @@
 
 namespace pellix {
 
+// To add a state: its case below, in the product's order, and in allTrustStates; its row in
+// TrustState.cpp and, for every tool and test in Python, in tests/desktop/product.py; a drawing of
+// its symbol in resources/symbols. `/usr/bin/python3 -m pytest tests/docs` then names each other
+// place that must know it, and `script/run --pictures` makes its picture.
+
 /// The device's standing with the managing site. Everything that is shown about a state comes from
 /// the functions below, which are total, pure and safe on any thread.
 enum class TrustState { authorized, notEnrolled, offline, stale, revoked, unknown };
@@ -21,7 +26,8 @@ inline constexpr std::array allTrustStates = {TrustState::authorized, TrustState
 /// The state with exactly that raw value (no trimming, no case folding), or none.
 std::optional<TrustState> trustStateWithRawValue(std::string_view rawValue);
 
-/// The string that stands for the state on the wire.
+/// The string that stands for the state on the wire: docs/service-contract.md says which. The
+/// program itself only reads them.
 std::string rawValue(TrustState state);
 
 /// The name of the system symbol image.
@@ -38,7 +44,7 @@ std::string glyph(TrustState state);
 
 }  // namespace pellix
 
-/// The hash of the raw value.
+/// The hash of the raw value, with which docs/service-contract.md identifies a state.
 template <>
 struct std::hash<pellix::TrustState> {
   size_t operator()(pellix::TrustState state) const noexcept;

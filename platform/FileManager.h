@@ -25,8 +25,8 @@ void createDirectoryWithIntermediateDirectories(const std::filesystem::path& pat
 void removeItem(const std::filesystem::path& path);
 
 /// Copies bytes and permissions of a file. Fails if anything exists at `to`. Whoever looks at `to`
-/// sees no file or the whole file. macOS's mark of a download, which launchd may refuse, is left
-/// out where that can be done.
+/// sees no file or the whole file. A mark that it was downloaded is not copied, where the platform
+/// knows one and can leave it out.
 void copyItem(const std::filesystem::path& from, const std::filesystem::path& to);
 
 /// Sets the permission bits (such as 0755).

@@ -1,19 +1,14 @@
 """docs/deployment.md names things that are fixed elsewhere: here they are compared."""
 
-import pathlib
 import plistlib
 import re
 
 import pytest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-DOCUMENT = (ROOT / "docs/deployment.md").read_text(encoding="utf-8")
+from desktop import product
+from sources import ROOT, found, read
 
-
-def found(path, pattern):
-    matches = re.findall(pattern, (ROOT / path).read_text(encoding="utf-8"))
-    assert matches, f"{path} has no {pattern}"
-    return matches
+DOCUMENT = read("docs/deployment.md")
 
 
 def table_below(heading):
@@ -25,9 +20,8 @@ def table_below(heading):
 
 
 def test_every_state_has_a_remedy_under_the_text_that_the_menu_shows():
-    summaries = found("model/TrustState.cpp", r'\{"\w+",\s+"[^"]+",\s+"([^"]+)"')
-    assert len(summaries) == 6
-    assert {row[0] for row in table_below("### What the menu says")} == set(summaries)
+    assert {row[0] for row in table_below("### What the menu says")} == {
+        state.summary for state in product.STATES.values()}
 
 
 def test_the_second_line_is_one_of_those_that_the_menu_shows():
@@ -38,13 +32,12 @@ def test_the_second_line_is_one_of_those_that_the_menu_shows():
 
 
 def test_the_glyphs_are_those_of_the_states():
-    glyphs = found("model/TrustState.cpp", r'"(.)"\},')
-    assert f"({' '.join(glyphs)})" in DOCUMENT
+    assert f"({' '.join(state.glyph for state in product.STATES.values())})" in DOCUMENT
 
 
 def test_the_alert_has_the_text_of_the_code():
-    [text] = found("install/Installer.cpp", r'platform::Error\("VelmorPellix", 1, "([^"]+)"\)')
-    assert table_below("### Alerts at launch")[0][0] == text
+    [text] = found("install/Installer.cpp", r'string\(\) \+ "( binary missing [^"]+)"\)')
+    assert table_below("### Alerts at launch")[0][0] == "velmor-guard" + text
 
 
 def test_every_installed_file_is_listed_where_the_code_puts_it():
@@ -55,13 +48,14 @@ def test_every_installed_file_is_listed_where_the_code_puts_it():
                 found("install/Paths.cpp", r'supportDir\(\) / "([^"]+)"')
                 + found("install/Installer.cpp", r'supportDir\(\) / "([^"]+)"')
                 + found("install/LaunchAgents.cpp", r'supportDir\(\) / "([^"]+)"')}
-    expected |= {f"~/{path}" for path in found("install/Paths.cpp", r'"(Library/[^"]+\.plist)"')}
+    [agents] = found("install/Paths.cpp", r'"(Library/[^"]+)"')
+    expected |= {f"~/{agents}/{label}.plist"
+                 for label in found("install/Paths.h", r'Label = "([^"]+)"')}
     assert len(expected) == 5 and expected <= places
 
 
 @pytest.mark.parametrize("path, pattern", [
     ("install/Paths.h", r'Label = "([^"]+)"'),
-    ("app/AppDelegate.cpp", r'defaultPort = (\d+)'),
     ("app/AppDelegate.cpp", r'welcomedKey = "([^"]+)"'),
     ("app/AppDelegate.cpp", r'"(--show-id)"'),
     ("app/StatusMenu.cpp", r'item\("(Authorize [^"]+|Show device [^"]+)"'),

@@ -93,10 +93,12 @@ TEST_F(LaunchAgents, noWriterCreatesTheLaunchAgentsFolder) {
 }
 
 TEST_F(LaunchAgents, valuesAreNotEscaped) {
-  platform().executable = "/Applications/R&D <lab>/pellix";
-  Installer::writeMenubarLaunchAgent();
-  EXPECT_EQ(platform().files.at(menubarPath).content,
-            menubarText("/Applications/R&D <lab>/pellix"));
+  for (const std::string executable :
+       {"/Applications/R&D <lab>/pellix", "/{label}/{executable}/{", "/}/{no such}"}) {
+    platform().executable = executable;
+    Installer::writeMenubarLaunchAgent();
+    EXPECT_EQ(platform().files.at(menubarPath).content, menubarText(executable));
+  }
 }
 
 // In a process of its own, in which the support folder has not been looked up yet.

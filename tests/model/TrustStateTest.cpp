@@ -34,7 +34,7 @@ const std::vector<Row> table = {
     {TrustState::unknown, "unknown", "shield", "Checking\u2026", {}, "\u25CD"},
 };
 
-TEST(TrustState, hasSixCasesInTheProductsOrder) {
+TEST(TrustState, hasTheProductsCasesInItsOrder) {
   ASSERT_EQ(allTrustStates.size(), table.size());
   for (std::size_t position = 0; position < table.size(); ++position) {
     EXPECT_EQ(allTrustStates[position], table[position].state);
@@ -91,7 +91,7 @@ TEST(TrustState, hashIsThatOfTheRawValue) {
   for (const TrustState state : allTrustStates)
     EXPECT_EQ(std::hash<TrustState>{}(state), std::hash<std::string>{}(rawValue(state)));
   EXPECT_EQ(std::unordered_set<TrustState>(allTrustStates.begin(), allTrustStates.end()).size(),
-            6u);
+            allTrustStates.size());
 }
 
 }  // namespace
