@@ -27,21 +27,42 @@ STARTING = "Starting Pellix…"
 SEPARATOR = "---"
 
 
-def menu(state, last_check, device_id):
-    """The titles of the ten entries; `last_check` is None while no service answers."""
-    authorized = state == "authorized"
+class Row(NamedTuple):
+    title: str
+    key: str = ""
+    enabled: bool = True
+
+
+def menu_rows(state, last_check, device_id):
+    """The whole menu; `last_check` is None while no service answers."""
+    authorized = Row("Open WordPress Admin", "O")
+    others = Row("Authorize this Mac…", "A")
     return [
-        STATES[state].summary,
-        STARTING if last_check is None else f"Last check: {last_check}",
-        SEPARATOR,
-        "Open WordPress Admin" if authorized else "Authorize this Mac…",
-        "Show status…",
-        "Show device ID…",
-        SEPARATOR,
-        device_id,
-        SEPARATOR,
-        "Quit Pellix",
+        Row(STATES[state].summary, enabled=False),
+        Row(STARTING if last_check is None else f"Last check: {last_check}", enabled=False),
+        Row(SEPARATOR),
+        authorized if state == "authorized" else others,
+        Row("Show status…", "S"),
+        Row("Show device ID…", "I"),
+        Row(SEPARATOR),
+        Row(device_id),
+        Row(SEPARATOR),
+        Row("Quit Pellix", "Q"),
     ]
+
+
+def menu(state, last_check, device_id):
+    return [row.title for row in menu_rows(state, last_check, device_id)]
+
+
+# Where in the menu these stand, whatever it says.
+STATE_ROW = menu("unknown", "", "").index(STATES["unknown"].summary)
+ID_ROW = menu("unknown", "", "the ID").index("the ID")
+
+
+def items(state):
+    """The rows that are no separators, from the first to the last."""
+    return [row for row in menu_rows(state, "", "") if row.title != SEPARATOR]
 
 
 def hardware_identifier():

@@ -241,7 +241,7 @@ def test_the_icon_is_there_whenever_a_bar_is(application_on, service):
                 "--class", "tint2"))
         application.desktop.start_bar("light")
     application.open_menu()
-    assert [entry.name for entry in application.read_open_menu()][7] == SERVICE_ID
+    assert [entry.name for entry in application.read_open_menu()][product.ID_ROW] == SERVICE_ID
     assert application.said() == ""
 
 

@@ -82,7 +82,7 @@ def test_the_next_launch_runs_the_bundles_new_binary(application):
     application.bundle_guard(f'{first}\nimport os\nos.environ["VLX_DEVICE_ID"] = "GEN-new"\n{rest}')
     launch(application)
     assert guards(application) != [older]
-    assert application.titles()[7] == "GEN-new"
+    assert application.titles()[product.ID_ROW] == "GEN-new"
     with urllib.request.urlopen(STATUS, timeout=5) as answer:
         assert b"GEN-new" in answer.read()
 

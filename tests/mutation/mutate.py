@@ -45,7 +45,7 @@ OPERATORS = {
     ">=": [">", "<"], "&&": ["||"], "||": ["&&"], "+": ["-"], "-": ["+"], "*": ["/"],
     "/": ["*"], "++": ["--"], "--": ["++"], "+=": ["-="], "-=": ["+="], "!": [""],
 }
-STATES = ["authorized", "notEnrolled", "offline", "stale", "revoked", "unknown"]
+STATES = re.findall(r"TrustState::(\w+)", (ROOT / "model/TrustState.h").read_text(encoding="utf-8"))
 WORDS = {
     "true": ["false"], "false": ["true"],
     "Color::systemOrange": ["Color::systemRed", "std::nullopt"],
