@@ -326,7 +326,8 @@ TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
                .content =
                    Label{.text = "a", .font = Font{.size = 9, .weight = FontWeight::regular}}},
               {.frame = {5, 6, 7, 8},
-               .content = Button{.identifier = "b", .title = "B", .action = {target, "press"}}}}}};
+               .content =
+                   Button{.identifier = "b", .title = "B", .action = target->action<"press">()}}}}};
   auto window = std::make_unique<Window>(content);
   EXPECT_TRUE(doubles::visibleWindows().empty());
   window->makeKeyAndOrderFront();
@@ -356,11 +357,12 @@ TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
 
 TEST_F(PlatformTest, aButtonMayEndItsWindow) {
   auto target = Commands::make();
-  auto window = std::make_unique<Window>(WindowContent{
-      .contentView = {
-          .frame = {0, 0, 9, 9},
-          .content = Button{
-              .identifier = "b", .title = "B", .action = {target, "x"}, .keyEquivalent = "\r"}}});
+  auto window = std::make_unique<Window>(
+      WindowContent{.contentView = {.frame = {0, 0, 9, 9},
+                                    .content = Button{.identifier = "b",
+                                                      .title = "B",
+                                                      .action = target->action<"x">(),
+                                                      .keyEquivalent = "\r"}}});
   target->meanwhile = [&window] { window.reset(); };
   window->makeKeyAndOrderFront();
   doubles::pressKey(@"\r");
