@@ -1,0 +1,91 @@
+"""One HTTP request and its answer, whatever comes: limited in time and size."""
+
+import contextlib
+import http.client
+import io
+import socket
+import time
+import types
+
+LARGEST = 1 << 20
+
+
+class Late(Exception):
+    """No whole answer in time."""
+
+
+class Broken(Exception):
+    """No whole answer, and none will come."""
+
+
+class Wire(io.RawIOBase):
+    """What arrives on a connection before the deadline."""
+
+    def __init__(self, connection, deadline):
+        super().__init__()
+        self.connection = connection
+        self.deadline = deadline
+        self.count = 0
+
+    def readable(self):
+        return True
+
+    def readinto(self, buffer):
+        self.connection.settimeout(left(self.deadline))
+        count = self.connection.recv_into(buffer)
+        self.count += count
+        if self.count > LARGEST:
+            raise Broken(f"more than {LARGEST} bytes")
+        return count
+
+
+class Answer:
+    def __init__(self, response, start):
+        self.code = response.status
+        self.header = response.getheader
+        self.is_measured = response.length is not None or response.chunked
+        self.body = response.read()
+        self.seconds = time.monotonic() - start
+
+
+def left(deadline):
+    seconds = deadline - time.monotonic()
+    if seconds <= 0:
+        raise Late
+    return seconds
+
+
+def request(port, path, method="GET", headers=(), host=None):
+    """The bytes of a request such as the application's."""
+    lines = [f"{method} {path} HTTP/1.1", f"Host: {host or f'127.0.0.1:{port}'}", *headers]
+    return "\r\n".join(lines + ["", ""]).encode("ascii")
+
+
+def connect(port, seconds, address="127.0.0.1"):
+    return socket.create_connection((address, port), timeout=seconds)
+
+
+def exchange(port, data, seconds, connection=None):
+    """The answer to these bytes; Late or Broken if there is none. A connection that is handed in
+    stays open."""
+    start = time.monotonic()
+    try:
+        with contextlib.ExitStack() as stack:
+            if connection is None:
+                connection = stack.enter_context(connect(port, seconds))
+            connection.settimeout(left(start + seconds))
+            with contextlib.suppress(ConnectionError):  # an answer may have come before the end
+                connection.sendall(data)
+            wire = io.BufferedReader(Wire(connection, start + seconds))
+            response = http.client.HTTPResponse(
+                types.SimpleNamespace(makefile=lambda mode: wire), method="GET")
+            response.begin()
+            return Answer(response, start)
+    except (socket.timeout, TimeoutError, Late):
+        raise Late(f"no whole answer within {seconds:g} s") from None
+    except http.client.IncompleteRead as error:
+        raise Broken(f"{len(error.partial)} bytes of a body that was to be longer") from None
+    except (http.client.HTTPException, ValueError) as error:
+        raise Broken(f"no HTTP: {type(error).__name__} {error}") from None
+    except OSError as error:
+        raise Broken(error.strerror or str(error)) from None

@@ -1,0 +1,113 @@
+"""Which addresses processes listen on."""
+
+import contextlib
+import errno
+import os
+import pathlib
+import re
+import socket
+import subprocess
+
+PROC_NET = pathlib.Path("/proc/net")
+LISTEN = "0A"
+
+
+def listeners(pids, port):
+    """Each as ADDRESS:PORT: what these processes listen on, and where known whoever else listens on
+    that port."""
+    if (PROC_NET / "tcp").exists():
+        return from_proc({inode for pid in pids for inode in sockets_of(pid)}, port)
+    listing = subprocess.run(
+        ["lsof", "-nP", "-a", "-p", ",".join(map(str, pids)), "-iTCP", "-sTCP:LISTEN", "-Fn"],
+        check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+        timeout=20)
+    return from_lsof(listing.stdout.decode("utf-8", "replace"))
+
+
+def from_lsof(text):
+    return sorted({line[1:] for line in text.splitlines() if line.startswith("n")})
+
+
+def from_proc(inodes, port):
+    found = set()
+    for address, number, inode in listening_sockets():
+        if number == port or inode in inodes:
+            found.add(f"[{address}]:{number}" if ":" in address else f"{address}:{number}")
+    return sorted(found)
+
+
+def listening_sockets():
+    for name, family in (("tcp", socket.AF_INET), ("tcp6", socket.AF_INET6)):
+        with contextlib.suppress(OSError):
+            for line in (PROC_NET / name).read_text().splitlines()[1:]:
+                fields = line.split()
+                if fields[3] == LISTEN:
+                    address, _, number = fields[1].partition(":")
+                    yield address_in(address, family), int(number, 16), fields[9]
+
+
+def address_in(digits, family):
+    """The address that Linux spells in words of its own byte order."""
+    words = re.findall("." * 8, digits)
+    return socket.inet_ntop(family, b"".join(
+        int(word, 16).to_bytes(4, "little" if is_little_endian() else "big") for word in words))
+
+
+def is_little_endian():
+    return socket.htons(1) != 1
+
+
+def sockets_of(pid):
+    """The inodes of the sockets that a process holds."""
+    folder = f"/proc/{pid}/fd"
+    with contextlib.suppress(OSError):
+        for name in os.listdir(folder):
+            with contextlib.suppress(OSError):
+                yield from re.findall(r"socket:\[(\d+)\]", os.readlink(f"{folder}/{name}"))
+
+
+def is_listening(port):
+    """Whether somebody listens on the IPv4 loopback address there. Where the system tells, nobody
+    is disturbed by the question."""
+    if (PROC_NET / "tcp").exists():
+        return any(number == port and address in ("127.0.0.1", "0.0.0.0", "::", "::ffff:127.0.0.1")
+                   for address, number, _ in listening_sockets())
+    with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), timeout=1):
+        return True
+    return False
+
+
+def other_addresses():
+    """Addresses of this machine that are not the IPv4 loopback address."""
+    found = ["::1"]
+    for family, somewhere in ((socket.AF_INET, "192.0.2.1"), (socket.AF_INET6, "2001:db8::1")):
+        # Connecting a datagram socket sends nothing, it chooses an address.
+        with contextlib.suppress(OSError), socket.socket(family, socket.SOCK_DGRAM) as probe:
+            probe.connect((somewhere, 9))
+            found.append(probe.getsockname()[0])
+    return found
+
+
+def answering(port, seconds=1.0):
+    """Those of the other addresses on which somebody accepts connections there."""
+    found = []
+    for address in other_addresses():
+        with contextlib.suppress(OSError), \
+                socket.create_connection((address, port), timeout=seconds):
+            found.append(address)
+    return found
+
+
+def is_free(port):
+    """Whether nobody listens there, on any address."""
+    for family, address in ((socket.AF_INET, "0.0.0.0"), (socket.AF_INET6, "::")):
+        with contextlib.suppress(OSError), socket.socket(family) as probe:
+            if family == socket.AF_INET6:
+                probe.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                probe.bind((address, port))
+            except OSError as error:
+                if error.errno == errno.EADDRINUSE:
+                    return False
+    return True

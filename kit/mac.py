@@ -1,0 +1,77 @@
+"""What a Mac's tools say about the program's file."""
+
+import plistlib
+import re
+import shutil
+import subprocess
+
+from kit.outcome import NotSo, Untold
+
+ARCHITECTURES = ("arm64", "x86_64")
+OLDEST = "12.0"
+DEBUGGING = "com.apple.security.get-task-allow"
+
+
+def output(tool, *arguments):
+    """What a tool prints, or None if it fails."""
+    path = shutil.which(tool)
+    if path is None:
+        raise Untold(f"it needs a Mac, there is no {tool} here")
+    try:
+        run = subprocess.run([path, *map(str, arguments)], check=False, stdin=subprocess.DEVNULL,
+                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=20)
+    except subprocess.TimeoutExpired:
+        raise NotSo(f"{tool} does not end") from None
+    return run.stdout if run.returncode == 0 else None
+
+
+def architectures(program):
+    return (output("lipo", "-archs", program) or b"").decode().split()
+
+
+def load_commands(program):
+    """The listing of load commands of each architecture."""
+    text = (output("otool", "-arch", "all", "-l", program) or b"").decode("utf-8", "replace")
+    parts = re.split(r"^.*?(?: \(architecture (\S+)\))?:\n(?=Load command 0$)", text,
+                     flags=re.MULTILINE)
+    found = dict(zip((name or "it" for name in parts[1::2]), parts[2::2]))
+    if not found:
+        raise NotSo("no program for a Mac")
+    return found
+
+
+def oldest_systems(program):
+    """For each architecture the oldest system that it runs on, or an empty text."""
+    return {name: first(r"\bcmd LC_(?:BUILD_VERSION|VERSION_MIN_MACOSX)\n(?:(?!Load command).*\n)*?"
+                        r"\s*(?:minos|version) ([\d.]+)", text)
+            for name, text in load_commands(program).items()}
+
+
+def identifiers(program):
+    return {name: first(r"\bcmd LC_UUID\n(?:(?!Load command).*\n)*?\s*uuid (\S+)", text)
+            for name, text in load_commands(program).items()}
+
+
+def first(pattern, text):
+    match = re.search(pattern, text)
+    return match[1] if match else ""
+
+
+def version(text):
+    numbers = [int(number) for number in text.split(".")]
+    return numbers + [0] * (3 - len(numbers))
+
+
+def listed(found):
+    return ", ".join(f"{name}: {value or 'none'}" for name, value in found.items())
+
+
+def entitlements(program):
+    """Those in its signature; none without one."""
+    data = output("codesign", "-d", "--entitlements", "-", "--xml", program)
+    if not data:
+        return {}
+    try:
+        return plistlib.loads(data)
+    except Exception as problem:  # each kind of damage has its own
+        raise NotSo(f"unreadable entitlements: {problem}") from None

@@ -1,0 +1,25 @@
+"""How a rule can turn out otherwise than holding, and how to show what was seen."""
+
+import json
+
+
+class NotSo(Exception):
+    """A rule that does not hold: what was seen instead."""
+
+
+class Untold(Exception):
+    """Why there is nothing to be said about a rule."""
+
+    @classmethod
+    def because(cls, rule):
+        return cls(f"{rule} does not hold")
+
+
+def quoted(value, longest=60):
+    """Anything, on one line of a terminal, and not too long."""
+    text = value if isinstance(value, str) else json.dumps(value, ensure_ascii=False)
+    shown = "".join(each if each.isprintable() else each.encode("unicode_escape").decode()
+                    for each in text[:longest])
+    if len(text) > longest:
+        shown += "…"
+    return f'"{shown}"' if isinstance(value, str) else shown

@@ -1,0 +1,259 @@
+"""Runs the program as the application and launchd do, in a home of its own."""
+
+import contextlib
+import os
+import pathlib
+import pwd
+import random
+import shutil
+import sys
+import tempfile
+import time
+
+from kit import contract, exchange, listening
+from kit.outcome import NotSo, Untold, quoted
+from kit.processes import Process, adopt_orphans, kill_all_for, started_for
+
+# Seconds within which things have to happen.
+ID_SECONDS = 5
+LISTEN_SECONDS = 10
+ANSWER_SECONDS = 4  # as long as the application waits
+STOP_SECONDS = 3  # launchd kills after 5
+TAKEN_SECONDS = 5
+WHOLE_SECONDS = 120
+
+SUPPORT = pathlib.PurePath("Library", "Application Support", "VelmorPellix")
+NAME = "velmor-guard"
+SITES = ("https://one.site.example", "https://another.site.example")
+
+
+class Session:
+    """Everything that one check starts and makes. Use it in a `with` statement: at its end nothing
+    of this is left."""
+
+    def __init__(self, program, patience=1.0):
+        self.program = program
+        self.patience = patience
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="check-service-")).resolve()
+        self.home = self.folder / "home"
+        self.support = self.home / SUPPORT
+        self.installed = self.support / NAME
+        self.managed = self.support / "managed.json"
+        self.running = None  # the process that serves, with its port
+        self.port = None
+        self.broken = None  # the rule without which the service cannot be asked
+        self.deaths = []  # ends of the service that nobody wanted
+        self.left_open = []  # connections that outlive the service
+        self.identity_run = None
+        self.first_answer = None
+
+    def __enter__(self):
+        adopt_orphans()
+        return self
+
+    def __exit__(self, *_):
+        self.close_connections()
+        left = kill_all_for(self.home)
+        if left:
+            print(f"These processes do not end: {left}", file=sys.stderr)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    # The installation ------------------------------------------------------------
+
+    def install(self):
+        """What the application leaves in the home folder before it starts the service."""
+        for folder in (self.support / "logs", self.home / "Library" / "LaunchAgents",
+                       self.folder / "tmp"):
+            folder.mkdir(parents=True)
+        shutil.copyfile(self.program, self.installed)
+        self.installed.chmod(0o755)
+        self.write_site(SITES[0])
+
+    def write_site(self, site):
+        """As the application does it: whole, in one rename."""
+        new = self.managed.with_suffix(".new")
+        new.write_text(managed_text(site), encoding="utf-8")
+        os.replace(new, self.managed)
+
+    def environment(self, **more):
+        user = pwd.getpwuid(os.getuid()).pw_name
+        environment = {
+            "HOME": str(self.home), "USER": user, "LOGNAME": user, "SHELL": "/bin/sh",
+            "PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "TMPDIR": f"{self.folder / 'tmp'}/"}
+        if sys.platform == "darwin":  # asked before HOME by the system's frameworks
+            environment["CFFIXED_USER_HOME"] = str(self.home)
+        return {**environment, **more}
+
+    def limit(self, seconds):
+        return seconds * self.patience
+
+    # The two commands ------------------------------------------------------------
+
+    def identify(self):
+        """One run of `id --json`, ended if it does not end."""
+        process = Process([str(self.installed), "id", "--json"], self.environment())
+        status = process.wait(self.limit(ID_SECONDS))
+        process.seconds = time.monotonic() - process.started
+        process.kill()
+        process.ended_with = status
+        return process
+
+    def identity(self):
+        """The first such run."""
+        if self.identity_run is None:
+            self.identity_run = self.identify()
+        return self.identity_run
+
+    def identifier(self):
+        """The device ID that it printed."""
+        try:
+            return contract.identifier(self.identity().out.data)
+        except NotSo:
+            raise Untold.because("id-json") from None
+
+    def run(self, port):
+        return Process([str(self.installed), "run", "--port", str(port)], self.environment(
+            VLX_QUIET="1", XPC_SERVICE_NAME="com.velmor.pellix"))
+
+    def start(self, port=None):
+        """Starts the service and waits until it listens. Returns it once it does."""
+        self.port = port or free_port()
+        self.running = process = self.run(self.port)
+        deadline = process.started + self.limit(LISTEN_SECONDS)
+        while not listening.is_listening(self.port):
+            if time.monotonic() > deadline:
+                raise NotSo("it does not listen" + said(process))
+            if process.status() not in (None, 0):  # 0: it may have gone into the background
+                process.wait(1)
+                raise NotSo(f"it ended with {described(process.status())}{said(process)}")
+            time.sleep(0.01)
+        process.startup = time.monotonic() - process.started
+        return process
+
+    def service(self):
+        """The service, started again if it has ended."""
+        if self.broken:
+            raise Untold.because(self.broken)
+        if self.running and self.running.status() is not None:
+            self.deaths.append(f"ended with {described(self.running.status())}"
+                               + said(self.running))
+            self.forget()
+        if not self.running:
+            try:
+                self.start()
+            except NotSo:
+                self.broken = "listens"
+                raise Untold.because("listens") from None
+        return self.running
+
+    def pids(self):
+        """The service's processes."""
+        return sorted({self.running.popen.pid, *started_for(self.home)})
+
+    def forget(self):
+        """Ends the service; the next rule gets a new one."""
+        self.close_connections()
+        if self.running:
+            self.running.kill()
+            kill_all_for(self.home)
+        self.running = None
+
+    def close_connections(self):
+        while self.left_open:
+            self.left_open.pop().close()
+
+    # Asking ------------------------------------------------------------------------
+
+    def open(self, data=b""):
+        """A connection that stays open, on which this has been sent."""
+        try:
+            connection = exchange.connect(self.port, self.limit(ANSWER_SECONDS))
+            self.left_open.append(connection)
+            connection.sendall(data)
+        except OSError as error:
+            raise NotSo(f"it takes no connection: {error.strerror or error}") from None
+        return connection
+
+    def ask(self, path, connection=None, **options):
+        """The answer of the service that runs now; Late or Broken if there is none."""
+        return exchange.exchange(self.port, exchange.request(self.port, path, **options),
+                                 self.limit(ANSWER_SECONDS), connection)
+
+    def get(self, path):
+        """The same of a service that is started if need be."""
+        self.service()
+        return self.ask(path)
+
+    def first_status(self):
+        """The first answer to /status.json: it, or the same exception each time."""
+        if self.first_answer is None:
+            try:
+                self.first_answer = self.get("/status.json")
+            except (exchange.Late, exchange.Broken) as problem:
+                self.first_answer = problem
+        if isinstance(self.first_answer, Exception):
+            raise self.first_answer
+        return self.first_answer
+
+    def answer(self):
+        """That answer, for rules to which its absence is nothing new."""
+        try:
+            return self.first_status()
+        except exchange.Late:
+            raise Untold.because("status-time") from None
+        except exchange.Broken:
+            raise Untold.because("status-http") from None
+
+    def status(self):
+        """The object in it."""
+        answer = self.answer()
+        if 300 <= answer.code < 400:
+            raise Untold.because("status-direct")
+        try:
+            return contract.json_object(answer.body)
+        except NotSo:
+            raise Untold.because("status-json") from None
+
+    def status_now(self):
+        """The object in a new answer of the service that runs now."""
+        try:
+            return contract.json_object(self.ask("/status.json").body)
+        except (exchange.Late, exchange.Broken) as problem:
+            raise NotSo(str(problem)) from None
+
+    def answering_service(self):
+        """The service, if it has ever answered as it should."""
+        self.status()
+        return self.service()
+
+    def must_still_answer(self, after):
+        try:
+            self.status_now()
+        except NotSo as problem:
+            raise NotSo(f"after {after}: {problem}") from None
+        if self.running.status() is not None:
+            ended = described(self.running.status()) + said(self.running)
+            self.forget()
+            raise NotSo(f"after {after} it ended with {ended}")
+
+
+def free_port():
+    """One that the system gives to nobody who asks for just any, so that it stays free."""
+    while True:
+        port = random.randrange(20000, 32000)
+        if listening.is_free(port):
+            return port
+
+
+def managed_text(site):
+    """The whole of managed.json, as the application spells it."""
+    return f'{{"site":"{site}"}}'
+
+
+def described(status):
+    return f"signal {-status}" if status < 0 else f"status {status}"
+
+
+def said(process):
+    words = process.last_words()
+    return f"; it said {quoted(words, 100)}" if words else ""
