@@ -10,7 +10,7 @@ import signal
 import sys
 
 from kit import contract
-from kit.outcome import NotSo, Untold
+from kit.outcome import NotSo, Untold, printable
 from kit.rules import RULES
 from kit.session import WHOLE_SECONDS, Session
 
@@ -56,12 +56,12 @@ def described(rule):
 
 def outcome_of(rule, session):
     try:
-        return Outcome(rule, OK, rule.check(session))
+        return Outcome(rule, OK, printable(rule.check(session)))
     except Untold as reason:
         return Outcome(rule, SKIPPED, str(reason))
     except NotSo as seen:
         session.forget()  # whatever state it is in, the next rule gets a new one
-        return Outcome(rule, FAILED if rule.is_must else UNHEEDED, str(seen))
+        return Outcome(rule, FAILED if rule.is_must else UNHEEDED, printable(str(seen)))
 
 
 def outcomes(program, patience, skipped):

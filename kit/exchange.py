@@ -7,6 +7,8 @@ import socket
 import time
 import types
 
+from kit.outcome import quoted
+
 LARGEST = 1 << 20
 
 
@@ -80,12 +82,15 @@ def exchange(port, data, seconds, connection=None):
             response = http.client.HTTPResponse(
                 types.SimpleNamespace(makefile=lambda mode: wire), method="GET")
             response.begin()
+            encoding = response.getheader("Content-Encoding", "identity")
+            if encoding != "identity":
+                raise Broken(f"nobody asked for the encoding {quoted(encoding)}")
             return Answer(response, start)
     except (socket.timeout, TimeoutError, Late):
         raise Late(f"no whole answer within {seconds:g} s") from None
     except http.client.IncompleteRead as error:
         raise Broken(f"{len(error.partial)} bytes of a body that was to be longer") from None
     except (http.client.HTTPException, ValueError) as error:
-        raise Broken(f"no HTTP: {type(error).__name__} {error}") from None
+        raise Broken(f"no HTTP: {type(error).__name__} {quoted(str(error))}") from None
     except OSError as error:
         raise Broken(error.strerror or str(error)) from None

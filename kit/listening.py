@@ -99,12 +99,11 @@ def answering(port, seconds=1.0):
 
 
 def is_free(port):
-    """Whether nobody listens there, on any address."""
+    """Whether nobody listens there, on any address, and no earlier connection still keeps it."""
     for family, address in ((socket.AF_INET, "0.0.0.0"), (socket.AF_INET6, "::")):
         with contextlib.suppress(OSError), socket.socket(family) as probe:
             if family == socket.AF_INET6:
                 probe.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
-            probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             try:
                 probe.bind((address, port))
             except OSError as error:

@@ -15,11 +15,14 @@ class Untold(Exception):
         return cls(f"{rule} does not hold")
 
 
+def printable(text):
+    """The text on one line, whatever a terminal would make of its characters."""
+    return "".join(each if each.isprintable() else each.encode("unicode_escape").decode()
+                   for each in text)
+
+
 def quoted(value, longest=60):
-    """Anything, on one line of a terminal, and not too long."""
+    """Anything, on one line and not too long."""
     text = value if isinstance(value, str) else json.dumps(value, ensure_ascii=False)
-    shown = "".join(each if each.isprintable() else each.encode("unicode_escape").decode()
-                    for each in text[:longest])
-    if len(text) > longest:
-        shown += "…"
+    shown = printable(text[:longest]) + ("…" if len(text) > longest else "")
     return f'"{shown}"' if isinstance(value, str) else shown

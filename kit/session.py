@@ -214,21 +214,29 @@ class Session:
         except NotSo:
             raise Untold.because("status-json") from None
 
-    def status_now(self):
-        """The object in a new answer of the service that runs now."""
+    def answering_service(self):
+        """The service, if it has ever answered."""
+        self.answer()
+        return self.service()
+
+    def answer_now(self):
+        """A new answer of the service that runs now; it must be like the first."""
         try:
-            return contract.json_object(self.ask("/status.json").body)
+            answer = self.ask("/status.json")
         except (exchange.Late, exchange.Broken) as problem:
             raise NotSo(str(problem)) from None
+        if answer.code != self.answer().code:
+            raise NotSo(f"status {answer.code}")
+        return answer
 
-    def answering_service(self):
-        """The service, if it has ever answered as it should."""
+    def status_now(self):
+        """The object in it."""
         self.status()
-        return self.service()
+        return contract.json_object(self.answer_now().body)
 
     def must_still_answer(self, after):
         try:
-            self.status_now()
+            self.answer_now()
         except NotSo as problem:
             raise NotSo(f"after {after}: {problem}") from None
         if self.running.status() is not None:

@@ -122,7 +122,10 @@ def serve(connection):
                 method, path, _version = head[0].split()
                 headers = {name.lower(): value.strip()
                            for name, _, value in (line.partition(":") for line in head[1:])}
-                connection.sendall(respond(method, path, headers))
+                answer = respond(method, path, headers)
+                send(connection, answer)
+                if b"\r\nConnection: close\r\n" in answer:
+                    break
             except (Refused, ValueError) as refusal:
                 connection.sendall(http(refusal.args[0] if isinstance(refusal, Refused) else 400,
                                         {"Connection": "close"}, b""))
@@ -130,6 +133,10 @@ def serve(connection):
     except OSError:
         pass
     connection.close()
+
+
+def send(connection, answer):
+    connection.sendall(answer)
 
 
 def listen():

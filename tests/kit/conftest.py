@@ -1,0 +1,28 @@
+import pytest
+
+import kit_harness
+from desktop.processes import running_with, wait_for
+
+
+@pytest.fixture
+def scratch(tmp_path, monkeypatch):
+    """The folder in which a check makes its own; nothing may be left there, nor running."""
+    folder = tmp_path / "scratch"
+    folder.mkdir()
+    monkeypatch.setenv("TMPDIR", str(folder))
+    monkeypatch.setenv("KIT_TEST", str(folder))
+    yield folder
+    wait_for("the end of all that was started",
+             lambda: not running_with("KIT_TEST", folder) and not running_in(folder))
+    assert not list(folder.iterdir())
+
+
+def running_in(folder):
+    """Processes that run a program below the folder; their environment says nothing of it."""
+    return kit_harness.running_below(folder)
+
+
+@pytest.fixture
+def make(tmp_path, scratch):
+    """make(change): a service that differs from a right one in that change."""
+    return lambda change="": kit_harness.service(tmp_path / "made", change)

@@ -1,0 +1,350 @@
+"""script/check-service: each rule refuses the service that breaks it, and no other rule does."""
+
+import textwrap
+
+import pytest
+
+from kit_harness import ROOT, Report, rules
+
+MAC = ["mac-architectures", "mac-oldest", "mac-uuid", "mac-entitlements"]
+
+
+def test_a_right_service_keeps_every_rule(make):
+    report = Report(make())
+    assert report.status == 0
+    assert report.content["holds"] is True
+    assert report.named("failed") == report.named("unheeded") == []
+    assert report.named("skipped") == MAC
+    assert report.named("ok") + MAC == [rule["rule"] for rule in rules()]
+
+
+def test_the_stand_in_keeps_every_rule(scratch):
+    report = Report(ROOT / "standin" / "velmor-guard")
+    assert (report.status, report.named("failed"), report.named("unheeded")) == (0, [], [])
+    assert report.named("skipped") == MAC
+
+
+# A short name: the rule, and how the right service is changed.
+BREAKING = {}
+
+
+def breaking(rule, name, change):
+    BREAKING[f"{rule}: {name}"] = (rule, textwrap.dedent(change))
+
+
+def member(rule, name, **members):
+    breaking(rule, name, f"""
+        right = status
+        def status():
+            return right() | {members!r}
+        """)
+
+
+def body(rule, name, data):
+    breaking(rule, name, f"def status_body(): return {data!r}")
+
+
+def headers(rule, name, change):
+    breaking(rule, name, f"""
+        right = status_headers
+        def status_headers():
+            return right() | {change!r}
+        """)
+
+
+breaking("id-ends", "fails", """
+    right = identify
+    def identify(): return right() or 3
+    """)
+breaking("id-ends", "asks a question", """
+    right = identify
+    def identify():
+        print(json.dumps({"device_id": DEVICE_ID}), flush=True)
+        threading.Event().wait()
+    """)
+breaking("id-short", "more than a pipe holds", """
+    right = identify
+    def identify():
+        print("x" * 200000, file=sys.stderr)
+        return right()
+    """)
+breaking("id-json", "a plain line", "def identify(): print(DEVICE_ID); return 0")
+breaking("id-json", "an empty identifier", """
+    def identify(): print('{"device_id": ""}'); return 0
+    """)
+breaking("id-json", "a number", "def identify(): print('{\"device_id\": 4711}'); return 0")
+breaking("id-json", "the placeholder", "DEVICE_ID = '—'")
+breaking("id-json", "a greeting first", """
+    right = identify
+    def identify(): print("velmor-guard 3.1"); return right()
+    """)
+breaking("id-plain", "two lines", "DEVICE_ID = 'GEN-1\\n2'")
+breaking("id-plain", "blanks around it", "DEVICE_ID = ' GEN-1 '")
+breaking("id-plain", "a long one", "DEVICE_ID = 'x' * 5000")
+breaking("listens", "another port", """
+    right = listen
+    def listen():
+        global PORT
+        PORT = 0
+        return right()
+    """)
+breaking("listens", "ends", "def prepare(): sys.exit('no configuration')")
+breaking("foreground", "forks", """
+    def prepare():
+        if os.fork(): os._exit(0)
+        os.setsid()
+        if os.fork(): os._exit(0)
+    """)
+breaking("loopback", "all addresses", """
+    def listen():
+        listener = socket.socket()
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        listener.bind(("0.0.0.0", PORT))
+        listener.listen(64)
+        return listener
+    """)
+breaking("loopback", "a second port", """
+    def prepare():
+        global other
+        other = socket.socket()
+        other.listen()
+    """)
+breaking("status-time", "never answers", """
+    def answer_status(): threading.Event().wait()
+    """)
+breaking("status-time", "drips", """
+    import time
+    def answer_status():
+        return b"HTTP/1.1 200 OK\\r\\nContent-Length: 1000000\\r\\n\\r\\n{"
+    def send(connection, answer):
+        connection.sendall(answer)
+        while answer.endswith(b"{"):
+            connection.sendall(b" ")
+            time.sleep(0.05)
+    """)
+breaking("status-http", "cut short", """
+    def answer_status():
+        return b"HTTP/1.1 200 OK\\r\\nConnection: close\\r\\nContent-Length: 100\\r\\n\\r\\n{}"
+    """)
+breaking("status-http", "endless", """
+    def answer_status():
+        return b"HTTP/1.1 200 OK\\r\\n\\r\\n{"
+    def send(connection, answer):
+        connection.sendall(answer)
+        while answer.endswith(b"{"): connection.sendall(b" " * 65536)
+    """)
+breaking("status-http", "endless headers", """
+    def answer_status():
+        return b"HTTP/1.1 200 OK\\r\\nContent-Length: 2\\r\\n"
+    def send(connection, answer):
+        connection.sendall(answer)
+        while answer.endswith(b"2\\r\\n"): connection.sendall(b"X: y\\r\\n" * 100)
+    """)
+breaking("status-http", "no HTTP", """
+    def answer_status():
+        return status_body() + b"\\r\\nConnection: close\\r\\n"
+    """)
+breaking("status-http", "compressed", """
+    import gzip
+    def answer_status():
+        return http(200, status_headers() | {"Content-Encoding": "gzip"},
+                    gzip.compress(status_body()))
+    """)
+breaking("status-direct", "elsewhere", """
+    def answer_status(): return http(302, status_headers() | {"Location": "/status"}, b"")
+    """)
+breaking("status-code", "an error", """
+    def answer_status(): return http(500, status_headers(), status_body())
+    """)
+headers("status-type", "text", {"Content-Type": "text/plain"})
+breaking("status-length", "none", """
+    def answer_status():
+        head = http(200, status_headers() | {"Connection": "close"}, b"")
+        return head.replace(b"\\r\\nContent-Length: 0", b"") + status_body()
+    """)
+headers("status-fresh", "for a minute", {"Cache-Control": "max-age=60"})
+body("status-json", "UTF-16", '{"state": "not_enrolled", "site": "https://one.site.example"}'.encode("utf-16"))
+body("status-json", "two states", b'{"state": "revoked", "state": "authorized"}')
+member("status-members", "a number", email=4711)
+member("status-state", "capitals", state="Authorized")
+member("status-state", "none", state=None)
+member("status-heartbeat", "a blank", last_heartbeat="2024-05-01 12:34:56Z")
+member("status-heartbeat", "no zone", last_heartbeat="2024-05-01T12:34:56")
+member("status-heartbeat", "no such day", last_heartbeat="2023-02-29T12:34:56Z")
+member("same-id", "another", device_id="GEN-other")
+member("same-id", "empty", device_id="")
+breaking("stable-id", "random", """
+    import random
+    def identify():
+        print(json.dumps({"device_id": f"GEN-{random.random()}"}))
+        return 0
+    right = status
+    def status(): return right() | {"device_id": None}
+    """)
+breaking("managed-site", "its own", "def site(): return 'https://own.example'")
+breaking("page-root", "nothing to do", "def root(): return page(b'<p>All is well.</p>')")
+breaking("page-root", "not found", "def root(): raise Refused(404)")
+breaking("page-root", "elsewhere", """
+    right = root
+    def root():
+        return http(302, {"Location": "https://intranet.velmor.example/"}, b"")
+    def check_origin(headers):
+        if headers.get("origin") not in [None, *(f"http://{host}" for host in hosts())]:
+            raise Refused(403)
+    """)
+breaking("page-authorize", "not found", "def authorize(): raise Refused(404)")
+breaking("page-frame", "may be framed", """
+    def page(body):
+        return http(200, {"Content-Type": "text/html"}, body)
+    """)
+breaking("get-safe", "authorizes", """
+    state = "not_enrolled"
+    right_status, right_authorize = status, authorize
+    def status():
+        return right_status() | {"state": state}
+    def authorize():
+        global state
+        state = "authorized"
+        return right_authorize()
+    """)
+breaking("foreign-host", "not looked at", "def check_host(headers): pass")
+breaking("foreign-host", "looked at its beginning", """
+    def check_host(headers):
+        if not headers["host"].startswith("127.0.0.1"): raise Refused(403)
+    """)
+breaking("foreign-origin", "not looked at", "def check_origin(headers): pass")
+breaking("foreign-origin", "null", """
+    def check_origin(headers):
+        if headers.get("origin", "").startswith("https:"): raise Refused(403)
+    """)
+breaking("foreign-origin", "may be read", """
+    right = http
+    def http(code, headers, body):
+        return right(code, headers | {"Access-Control-Allow-Origin": "*"}, body)
+    """)
+breaking("own-origin", "refused", """
+    def check_origin(headers):
+        if "origin" in headers: raise Refused(403)
+    """)
+breaking("crowd", "a few at a time", """
+    import time
+    busy = threading.Lock()
+    def answer_status():
+        if threading.active_count() > 8: raise Refused(503)
+        time.sleep(0.05)
+        return http(200, status_headers(), status_body())
+    """)
+breaking("idle", "one at a time", """
+    def accepted(connection):
+        connection.settimeout(None)
+        right(connection)
+    right = serve
+    def serve(connection):
+        return right(connection)
+    """)
+breaking("cut-short", "dies of bytes", """
+    right = read_head
+    def read_head(connection):
+        head = right(connection)
+        if head == ["", "", ""]: os.abort()
+        return head
+    """)
+breaking("long-header", "dies of it", """
+    def check_length(head):
+        if len(head) > 65536: os.abort()
+    """)
+breaking("taken-port", "waits", """
+    def port_is_taken(error):
+        print(error, file=sys.stderr, flush=True)
+        threading.Event().wait()
+    """)
+breaking("taken-port", "without a word", "def port_is_taken(error): return 1")
+breaking("taken-port", "as if all were well", """
+    def port_is_taken(error):
+        print(error)
+        return 0
+    """)
+breaking("taken-port", "shares it", """
+    def listen():
+        listener = socket.socket()
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
+        listener.bind(("127.0.0.1", PORT))
+        listener.listen(64)
+        return listener
+    """)
+breaking("stop", "waits for its clients", """
+    clients = set()
+    right = serve
+    def serve(connection):
+        clients.add(connection)
+        right(connection)
+        clients.remove(connection)
+    def end(*_):
+        while clients: pass
+        os._exit(0)
+    right_listen = listen
+    def listen():
+        listener = right_listen()
+        signal.signal(signal.SIGTERM, end)
+        signal.signal = lambda *_: None
+        return listener
+    """)
+breaking("restart", "no address reuse", """
+    def listen():
+        listener = socket.socket()
+        listener.bind(("127.0.0.1", PORT))
+        listener.listen(64)
+        return listener
+    """)
+breaking("managed-anew", "remembered", """
+    def site():
+        name = os.path.join(FOLDER, "site")
+        if not os.path.exists(name):
+            with open(os.path.join(FOLDER, "managed.json"), encoding="utf-8") as file:
+                known = json.load(file)["site"]
+            with open(name, "w", encoding="utf-8") as file: file.write(known)
+        with open(name, encoding="utf-8") as file: return file.read()
+    """)
+breaking("stop-early", "deaf at first", """
+    import time
+    if sys.argv[1] == "run": signal.signal(signal.SIGTERM, signal.SIG_IGN)
+    def prepare():
+        time.sleep(1)
+    """)
+breaking("quiet", "an access log", """
+    right = respond
+    def respond(method, path, headers):
+        print(f"{method} {path} from the application", flush=True)
+        return right(method, path, headers)
+    """)
+breaking("keeps-files", "writes managed.json", """
+    def prepare():
+        with open(os.path.join(FOLDER, "managed.json"), "w", encoding="utf-8") as file:
+            json.dump({"site": SITE, "seen": True}, file)
+    """)
+
+
+@pytest.mark.parametrize("name", BREAKING)
+def test_a_broken_service_is_refused_by_its_rule(make, name):
+    rule, change = BREAKING[name]
+    report = Report(make(change))
+    is_must = {each["rule"]: each["kind"] == "must" for each in rules()}[rule]
+    assert report.named("failed") == ([rule] if is_must else [])
+    assert report.named("unheeded") == ([] if is_must else [rule])
+    assert report.status == (1 if is_must else 0)
+    assert report.content["holds"] is not is_must
+
+
+def test_a_service_that_ends_by_itself_is_refused(make):
+    report = Report(make(textwrap.dedent("""
+        right = send
+        def send(connection, answer):
+            right(connection, answer)
+            if b"button" in answer: os._exit(0)
+        """)))
+    assert "keeps-running" in report.named("failed")
+
+
+def test_there_is_a_broken_service_for_every_rule():
+    assert {rule for rule, _ in BREAKING.values()} | {"keeps-running", *MAC} == {
+        each["rule"] for each in rules()}
