@@ -32,8 +32,9 @@ class Output:
                 self.size += len(part)
 
     def settle(self):
-        """Waits for the rest of what an ended process has written."""
-        self.reader.join(1)
+        """Waits for the rest of what an ended process has written. What it has started may keep the
+        pipe open."""
+        self.reader.join(0.5)
 
 
 class Process:

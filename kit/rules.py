@@ -19,8 +19,8 @@ from kit.session import (ANSWER_SECONDS, ID_SECONDS, LISTEN_SECONDS, SITES, STOP
 PIPE = 16 << 10  # bytes that every pipe holds
 CROWD = 20
 LONG_HEADER = 1 << 20
-QUIET_REQUESTS = 50
-QUIET_BYTES = 512
+QUIET_REQUESTS = 30
+QUIET_BYTES = 300
 LONGEST_ID = 100
 FOREIGN_SITE = "https://elsewhere.example"
 REDIRECTS = 3
@@ -116,7 +116,7 @@ def _(session):
 @must("loopback", "It listens on 127.0.0.1:N and nowhere else",
       "Bind to 127.0.0.1, not to all addresses, to localhost or to ::1.")
 def _(session):
-    service = session.service()
+    session.service()
     found = listening.listeners(session.pids(), session.port)
     seen = ", ".join(found)
     if found != [f"127.0.0.1:{session.port}"]:

@@ -1,6 +1,5 @@
 """Runs the program as the application and launchd do, in a home of its own."""
 
-import contextlib
 import os
 import pathlib
 import pwd

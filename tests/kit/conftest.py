@@ -1,7 +1,7 @@
 import pytest
 
 import kit_harness
-from desktop.processes import running_with, wait_for
+from desktop.processes import wait_for
 
 
 @pytest.fixture
@@ -10,16 +10,9 @@ def scratch(tmp_path, monkeypatch):
     folder = tmp_path / "scratch"
     folder.mkdir()
     monkeypatch.setenv("TMPDIR", str(folder))
-    monkeypatch.setenv("KIT_TEST", str(folder))
     yield folder
-    wait_for("the end of all that was started",
-             lambda: not running_with("KIT_TEST", folder) and not running_in(folder))
     assert not list(folder.iterdir())
-
-
-def running_in(folder):
-    """Processes that run a program below the folder; their environment says nothing of it."""
-    return kit_harness.running_below(folder)
+    wait_for("the end of all that was started", lambda: not kit_harness.running_below(folder))
 
 
 @pytest.fixture
