@@ -26,14 +26,14 @@ def service(folder, change=""):
     return path  # not executable, as a copy of it is made so
 
 
-def start(*arguments, **variables):
+def start(*arguments, cwd=None, **variables):
     return subprocess.Popen([COMMAND, *map(str, arguments)], stdin=subprocess.DEVNULL, text=True,
-                            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=cwd,
                             env={**os.environ, **variables})
 
 
-def run(*arguments, **variables):
-    process = start(*arguments, **variables)
+def run(*arguments, cwd=None, **variables):
+    process = start(*arguments, cwd=cwd, **variables)
     try:
         output, error = process.communicate(timeout=240)
     except subprocess.TimeoutExpired:

@@ -2,12 +2,13 @@
 
 import json
 import re
+import shlex
 
 import jsonschema
 import pytest
 
 from desktop.product import STATES
-from kit_harness import ROOT, rules
+from kit_harness import COMMAND, ROOT, rules, run
 
 from kit import contract, mac  # noqa: I100 (kit_harness makes it known)
 from kit.outcome import NotSo
@@ -180,6 +181,30 @@ def test_what_readers_could_differ_on_is_refused(data, fault):
 ])
 def test_what_every_reader_reads_is_read(data, content):
     assert contract.json_object(data) == content
+
+
+def commands():
+    return [line for kind, text in blocks() if kind == "check" for line in text.splitlines()]
+
+
+@pytest.mark.parametrize("command", commands())
+def test_the_commands_of_the_document_run(command, scratch):
+    program, *arguments = shlex.split(command)
+    assert ROOT / program == COMMAND
+    result = run(*arguments, cwd=ROOT)
+    assert (result.returncode, result.stderr) == (0, "")
+
+
+def test_the_report_in_the_document_is_one_that_could_be(make):
+    [text] = [text for kind, text in blocks() if kind == "report"]
+    result = run(make("""
+right = status
+def status(): return right() | {"state": "Authorized"}
+def status_headers(): return {"Content-Type": "text/plain", "Cache-Control": "no-store"}
+"""), "--patience", "3")
+    printed = [re.sub(r"\d\.\d\d s", "0.01 s", line) for line in result.stdout.splitlines()]
+    assert set(text.splitlines()) <= set(printed)
+    assert result.returncode == 1
 
 
 # One home for each fact
