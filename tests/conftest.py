@@ -2,4 +2,5 @@
 
 import pytest
 
-pytest.register_assert_rewrite("desktop", "e2e_harness", "packaging_harness", "standin_harness")
+pytest.register_assert_rewrite("desktop", "e2e_harness", "kit_harness", "packaging_harness",
+                               "standin_harness")
