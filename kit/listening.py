@@ -66,13 +66,9 @@ def sockets_of(pid):
                 yield from re.findall(r"socket:\[(\d+)\]", os.readlink(f"{folder}/{name}"))
 
 
-def is_listening(port):
-    """Whether somebody listens on the IPv4 loopback address there. Where the system tells, nobody
-    is disturbed by the question."""
-    if (PROC_NET / "tcp").exists():
-        return any(number == port and address in ("127.0.0.1", "0.0.0.0", "::", "::ffff:127.0.0.1")
-                   for address, number, _ in listening_sockets())
-    with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), timeout=1):
+def accepts(port, address="127.0.0.1", seconds=1.0):
+    """Whether somebody takes connections there."""
+    with contextlib.suppress(OSError), socket.create_connection((address, port), timeout=seconds):
         return True
     return False
 
@@ -85,16 +81,6 @@ def other_addresses():
         with contextlib.suppress(OSError), socket.socket(family, socket.SOCK_DGRAM) as probe:
             probe.connect((somewhere, 9))
             found.append(probe.getsockname()[0])
-    return found
-
-
-def answering(port, seconds=1.0):
-    """Those of the other addresses on which somebody accepts connections there."""
-    found = []
-    for address in other_addresses():
-        with contextlib.suppress(OSError), \
-                socket.create_connection((address, port), timeout=seconds):
-            found.append(address)
     return found
 
 

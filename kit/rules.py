@@ -121,7 +121,8 @@ def _(session):
     seen = ", ".join(found)
     if found != [f"127.0.0.1:{session.port}"]:
         raise NotSo(seen)
-    others = listening.answering(session.port)
+    others = [address for address in listening.other_addresses()
+              if listening.accepts(session.port, address)]
     if others:
         raise NotSo(f"{seen}, but {', '.join(others)} answers too")
     return seen

@@ -119,7 +119,7 @@ class Session:
         self.port = port or free_port()
         self.running = process = self.run(self.port)
         deadline = process.started + self.limit(LISTEN_SECONDS)
-        while not listening.is_listening(self.port):
+        while not listening.accepts(self.port):
             if time.monotonic() > deadline:
                 raise NotSo("it does not listen" + said(process))
             if process.status() not in (None, 0):  # 0: it may have gone into the background
