@@ -60,6 +60,7 @@ def outcome_of(rule, session):
     except Untold as reason:
         return Outcome(rule, SKIPPED, str(reason))
     except NotSo as seen:
+        session.note_death(0.2)
         session.forget()  # whatever state it is in, the next rule gets a new one
         return Outcome(rule, FAILED if rule.is_must else UNHEEDED, printable(str(seen)))
 

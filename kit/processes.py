@@ -9,6 +9,8 @@ import sys
 import threading
 import time
 
+from kit.outcome import quoted
+
 PR_SET_CHILD_SUBREAPER = 36
 KEPT = 1 << 16  # of each output; what is beyond is counted
 
@@ -72,10 +74,17 @@ class Process:
     def printed(self):
         return self.out.size + self.err.size
 
+    def end(self):
+        """How it has ended."""
+        status = self.status()
+        how = f"signal {-status}" if status < 0 else f"status {status}"
+        return f"it ended with {how}{self.last_words()}"
+
     def last_words(self):
-        """The last line that it has printed, or nothing."""
+        """The last line that it has printed, as the end of a sentence."""
         lines = (self.err.data + b"\n" + self.out.data).decode("utf-8", "replace").split("\n")
-        return next((line.strip() for line in reversed(lines) if line.strip()), "")
+        words = next((line.strip() for line in reversed(lines) if line.strip()), None)
+        return f"; it said {quoted(words, 100)}" if words else ""
 
 
 def adopt_orphans():

@@ -14,7 +14,7 @@ from typing import Callable
 from kit import contract, exchange, listening, mac
 from kit.outcome import NotSo, Untold, quoted
 from kit.session import (ANSWER_SECONDS, ID_SECONDS, LISTEN_SECONDS, SITES, STOP_SECONDS,
-                         TAKEN_SECONDS, described, managed_text, said)
+                         TAKEN_SECONDS, managed_text)
 
 PIPE = 16 << 10  # bytes that every pipe holds
 CROWD = 20
@@ -61,7 +61,7 @@ def _(session):
     if run.ended_with is None:
         raise NotSo(f"it still runs after {run.seconds:.1f} s")
     if run.ended_with != 0:
-        raise NotSo(f"{described(run.ended_with)}{said(run)}")
+        raise NotSo(run.end())
     return f"status 0 after {run.seconds:.1f} s"
 
 
@@ -105,11 +105,10 @@ def _(session):
 @must("foreground", "The process that was started is the one that serves",
       "Do not fork into the background: launchd takes the exit for the service's end.")
 def _(session):
-    service = session.service()
-    status = service.wait(0.1)
-    if status is not None:
+    service = session.running or session.service()
+    if service.wait(0.1) is not None:
         session.broken = "foreground"
-        raise NotSo(f"it ended with {described(status)}, and another one listens")
+        raise NotSo(f"{service.end()}, and another one listens")
     return "it runs"
 
 
@@ -498,12 +497,12 @@ def _(session):
     if status is None:
         raise NotSo("it goes on, and nobody learns that another one has the port")
     if status == 0:
-        raise NotSo("it ends with status 0, as if all were well")
+        raise NotSo(f"{second.end()}, as if all were well")
     if not second.printed():
-        raise NotSo(f"it ends with {described(status)}, without a word")
+        raise NotSo(f"{second.end()}, without a word")
     if session.running.status() is not None:
-        raise NotSo(f"the first one ended with {described(session.running.status())}")
-    return f"{described(status)}{said(second)}"
+        raise NotSo(f"of the first one: {session.running.end()}")
+    return second.end()
 
 
 @must("stop", f"It ends within {STOP_SECONDS} seconds of SIGTERM, also with connections open",
@@ -524,11 +523,10 @@ def ended(session, service):
     """Asks the service to end, and says when it did."""
     start = time.monotonic()
     service.terminate()
-    status = service.wait(session.limit(STOP_SECONDS))
-    if status is None:
+    if service.wait(session.limit(STOP_SECONDS)) is None:
         raise NotSo("it still runs")
     session.running = None
-    return f"{described(status)} after {time.monotonic() - start:.1f} s"
+    return f"it ended after {time.monotonic() - start:.1f} s"
 
 
 @must("restart", f"It listens again on the same port within {LISTEN_SECONDS} seconds, twice",
@@ -593,7 +591,7 @@ def _(session):
     session.running = None
     seen = f"{service.printed()} bytes for {QUIET_REQUESTS} requests"
     if service.printed() > QUIET_BYTES:
-        raise NotSo(seen + said(service))
+        raise NotSo(seen + service.last_words())
     return seen
 
 

@@ -10,7 +10,7 @@ import tempfile
 import time
 
 from kit import contract, exchange, listening
-from kit.outcome import NotSo, Untold, quoted
+from kit.outcome import NotSo, Untold
 from kit.processes import Process, adopt_orphans, kill_all_for, started_for
 
 # Seconds within which things have to happen.
@@ -121,10 +121,11 @@ class Session:
         deadline = process.started + self.limit(LISTEN_SECONDS)
         while not listening.accepts(self.port):
             if time.monotonic() > deadline:
-                raise NotSo("it does not listen" + said(process))
+                raise NotSo(f"it does not listen{process.last_words()}")
             if process.status() not in (None, 0):  # 0: it may have gone into the background
                 process.wait(1)
-                raise NotSo(f"it ended with {described(process.status())}{said(process)}")
+                self.running = None
+                raise NotSo(process.end())
             time.sleep(0.01)
         process.startup = time.monotonic() - process.started
         return process
@@ -133,10 +134,7 @@ class Session:
         """The service, started again if it has ended."""
         if self.broken:
             raise Untold.because(self.broken)
-        if self.running and self.running.status() is not None:
-            self.deaths.append(f"ended with {described(self.running.status())}"
-                               + said(self.running))
-            self.forget()
+        self.note_death()
         if not self.running:
             try:
                 self.start()
@@ -144,6 +142,12 @@ class Session:
                 self.broken = "listens"
                 raise Untold.because("listens") from None
         return self.running
+
+    def note_death(self, patience=0.0):
+        """Notices an end of the service that no rule has asked for."""
+        if self.running and self.running.wait(patience) is not None:
+            self.deaths.append(self.running.end())
+            self.forget()
 
     def pids(self):
         """The service's processes."""
@@ -234,14 +238,16 @@ class Session:
         return contract.json_object(self.answer_now().body)
 
     def must_still_answer(self, after):
+        problem = None
         try:
             self.answer_now()
-        except NotSo as problem:
-            raise NotSo(f"after {after}: {problem}") from None
-        if self.running.status() is not None:
-            ended = described(self.running.status()) + said(self.running)
-            self.forget()
-            raise NotSo(f"after {after} it ended with {ended}")
+        except NotSo as seen:
+            problem = seen
+        if self.running.wait(0.2 if problem else 0) is not None:
+            problem = self.running.end()
+        if problem:
+            self.forget()  # its end, if it has ended, is no riddle
+            raise NotSo(f"after {after}: {problem}")
 
 
 def free_port():
@@ -255,12 +261,3 @@ def free_port():
 def managed_text(site):
     """The whole of managed.json, as the application spells it."""
     return f'{{"site":"{site}"}}'
-
-
-def described(status):
-    return f"signal {-status}" if status < 0 else f"status {status}"
-
-
-def said(process):
-    words = process.last_words()
-    return f"; it said {quoted(words, 100)}" if words else ""
