@@ -10,7 +10,7 @@ namespace platform::Bundle {
 /// The absolute path of the running executable, or none if it cannot be told.
 std::optional<std::filesystem::path> executableUrl();
 
-/// The file of the bundle's resources with exactly that name, or none.
+/// The file of the bundle's resources with exactly that name, which is not empty, or none.
 std::optional<std::filesystem::path> urlForResource(const std::string& name);
 
 }  // namespace platform::Bundle

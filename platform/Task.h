@@ -16,7 +16,8 @@ class Task {
     captured,   ///< standard output is kept to be read afterwards, standard error for nobody
   };
 
-  /// `arguments` leaves out the executable's own name.
+  /// `arguments` leaves out the executable's own name. None is empty; a platform may decompose the
+  /// accents in them.
   Task(const std::filesystem::path& executableUrl, const std::vector<std::string>& arguments,
        Output output = Output::inherited);
   ~Task();
@@ -30,8 +31,8 @@ class Task {
   void waitUntilExit();
 
   /// What the process wrote to its standard output. Only after the process has exited; empty if it
-  /// was not launched or its output was not captured. Output longer than a pipe holds (64 KiB) is
-  /// not to be relied on: the platform may let such a child wait for ever.
+  /// was not launched or its output was not captured. Output longer than a pipe always holds
+  /// (16 KiB) is not to be relied on: the platform may let such a child wait for ever.
   std::string readStandardOutputToEnd();
 
  private:

@@ -9,7 +9,8 @@ namespace platform {
 /// A text that the platform accepts as a URL.
 class Url {
  public:
-  /// The URL, or none if the platform cannot parse the text. Any thread; never fails.
+  /// The URL, or none if the platform cannot parse the text; which texts those are is its own
+  /// choice. Any thread; never fails.
   static std::optional<Url> withString(const std::string& text);
 
   const std::string& absoluteString() const { return string; }

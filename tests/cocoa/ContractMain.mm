@@ -17,6 +17,11 @@ int main(int argc, char** argv) {
     // A test's server may write to a connection that the client has closed.
     std::signal(SIGPIPE, SIG_IGN);
     const platform::Application application;
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    // What the tests wrote there would be left in the user's own folder.
+    NSDictionary* left = [NSUserDefaults.standardUserDefaults
+        persistentDomainForName:NSProcessInfo.processInfo.processName];
+    if (left.count > 0) NSLog(@"The tests leave preferences behind: %@", left);
+    return left.count > 0 ? 1 : result;
   });
 }

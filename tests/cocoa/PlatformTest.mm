@@ -1,6 +1,7 @@
 #include <objc/runtime.h>
 
 #include "Commands.h"
+#include "FullDisk.h"
 #include "Machine.h"
 #include "platform/Alert.h"
 #include "platform/Application.h"
@@ -118,6 +119,17 @@ TEST_F(PlatformTest, thereMayBeNoApplicationSupportFolder) {
   EXPECT_EQ(FileManager::applicationSupportDirectories().size(), 1u);
   doubles::hasApplicationSupport = false;
   EXPECT_TRUE(FileManager::applicationSupportDirectories().empty());
+}
+
+// On a disk that clones files a copy writes nothing, and cannot fail so.
+TEST_F(PlatformTest, aCopyThatFailsHalfwayLeavesNothing) {
+  makeFile(home / "from", std::string(1'000'000, 'x'));
+  std::filesystem::create_directory(home / "to");
+  {
+    const FullDisk disk(100'000);
+    EXPECT_THROW(FileManager::copyItem(home / "from", home / "to" / "copy"), Error);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(home / "to"));
 }
 
 TEST_F(PlatformTest, theBundleMayLackItsExecutableAndItsResources) {

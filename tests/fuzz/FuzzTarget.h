@@ -6,6 +6,10 @@
 /// corpus.
 namespace fuzz {
 
+/// Whether the second opinions hold for this platform. Where they do not, its readers are the
+/// system's own, and all that an input must not do is harm.
+inline constexpr bool hasReferences = PELLIX_FUZZ_REFERENCES;
+
 /// Checks every property of the target for `input`.
 void checkInput(std::string_view input);
 

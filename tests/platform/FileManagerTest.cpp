@@ -1,15 +1,14 @@
 #include "platform/FileManager.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <string>
 #include <thread>
 
+#include "FullDisk.h"
 #include "TemporaryFolder.h"
 #include "platform/Error.h"
 
@@ -37,24 +36,6 @@ void expectError(Operation operation) {
     EXPECT_FALSE(error.description.empty());
   }
 }
-
-/// While it lives, files cannot grow beyond `size`, as on a disk that is full.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t size) : handler(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &old);
-    const rlimit limit = {.rlim_cur = size, .rlim_max = old.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FullDisk() {
-    ::setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, handler);
-  }
-
- private:
-  rlimit old = {};
-  void (*handler)(int);
-};
 
 /// While it lives, the process has no more rights than any user.
 class OrdinaryUser {
@@ -109,8 +90,11 @@ TEST(FileManagerContract, whatCannotBeLookedAtDoesNotExist) {
   fs::create_directory(folder / "closed");
   makeFile(folder / "closed" / "file");
   setPosixPermissions(folder / "closed", 0);
-  const OrdinaryUser user;
-  EXPECT_FALSE(fileExists(folder / "closed" / "file"));
+  {
+    const OrdinaryUser user;
+    EXPECT_FALSE(fileExists(folder / "closed" / "file"));
+  }
+  setPosixPermissions(folder / "closed", 0755);
 }
 
 TEST(FileManagerContract, createsAFolderAndThoseAboveIt) {
@@ -261,16 +245,6 @@ TEST(FileManagerContract, copyFailsWhereThatIsNotAllowed) {
   setPosixPermissions(folder.path, 0555);
   {
     const OrdinaryUser user;
-    expectError([&] { copyItem(folder / "from", folder / "to"); });
-  }
-  EXPECT_EQ(folder.names(), Names{"from"});
-}
-
-TEST(FileManagerContract, aCopyThatFailsHalfwayLeavesNothing) {
-  const TemporaryFolder folder;
-  makeFile(folder / "from", std::string(1'000'000, 'x'));
-  {
-    const FullDisk disk(100'000);
     expectError([&] { copyItem(folder / "from", folder / "to"); });
   }
   EXPECT_EQ(folder.names(), Names{"from"});

@@ -81,8 +81,9 @@ TEST(JsonContract, whatIsNotJsonGivesNothing) {
                            "{\"a\":1.e5}",
                            "{\"a\":01}",
                            "{\"a\":+1}",
-                           "{\"a\":1,}",
-                           "{\"a\":[1,]}",
+                           "{\"a\":1,,}",
+                           "{,}",
+                           "{\"a\":[,]}",
                            "{\"a\":NaN}",
                            "{\"a\":1}//",
                            "<html>",
@@ -120,6 +121,11 @@ TEST(JsonContract, halfASurrogatePairDoesNoHarm) {
       EXPECT_EQ(members->at("a").find('\xed'), std::string::npos) << text;
     }
   }
+}
+
+TEST(JsonContract, nestingOfHundredsOfLevelsIsRead) {
+  const std::string nested = std::string(500, '[') + "1" + std::string(500, ']');
+  EXPECT_EQ(jsonStringMembers("{\"a\":" + nested + ",\"b\":\"x\"}"), (Members{{"b", "x"}}));
 }
 
 TEST(JsonContract, deepNestingGivesNothing) {

@@ -86,9 +86,9 @@ TEST(MainQueueContract, aDelayedBlockDoesNotComeEarly) {
 
 TEST(MainQueueContract, delayedBlocksComeInTheOrderOfTheirTimes) {
   std::vector<int> order;
-  MainQueue::asyncAfter(0.2, [&] { order.push_back(3); });
-  MainQueue::asyncAfter(0.05, [&] { order.push_back(2); });
   MainQueue::async([&] { order.push_back(1); });
+  MainQueue::asyncAfter(0.8, [&] { order.push_back(3); });
+  MainQueue::asyncAfter(0.05, [&] { order.push_back(2); });
   ASSERT_TRUE(runMainLoopUntil([&] { return order.size() == 3; }));
   EXPECT_EQ(order, (std::vector{1, 2, 3}));
 }

@@ -21,7 +21,6 @@ TEST(BundleContract, theExecutableIsTheRunningFile) {
 
 TEST(BundleContract, aResourceThatIsMissingIsNone) {
   EXPECT_EQ(platform::Bundle::urlForResource("no-such-resource"), std::nullopt);
-  EXPECT_EQ(platform::Bundle::urlForResource(""), std::nullopt);
 }
 
 TEST(LaunchdContract, theToolIsNamedByAnAbsolutePath) {

@@ -19,6 +19,7 @@ class TemporaryFolder {
   }
   ~TemporaryFolder() {
     std::error_code ignored;
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all, ignored);
     std::filesystem::remove_all(path, ignored);
   }
   TemporaryFolder(const TemporaryFolder&) = delete;

@@ -157,14 +157,14 @@ TEST(UrlSessionContract, silenceForTheTimeOutGivesNothing) {
 
 TEST(UrlSessionContract, aSlowAnswerIsWaitedForAsLongAsItTrickles) {
   HttpServer server([](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\n");
-    for (int i = 0; i < 8; ++i) {
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\n");
+    for (int i = 0; i < 15; ++i) {
       std::this_thread::sleep_for(200ms);
       connection.send("x");
     }
   });
-  UrlSession session(1);
-  EXPECT_EQ(fetch(session, server.url()), "xxxxxxxx");
+  UrlSession session(2);
+  EXPECT_EQ(fetch(session, server.url()), "xxxxxxxxxxxxxxx");
 }
 
 TEST(UrlSessionContract, redirectsAreFollowed) {

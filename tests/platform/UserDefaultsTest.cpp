@@ -2,21 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include "Defaults.h"
+
 namespace {
 
 namespace UserDefaults = platform::UserDefaults;
 
-TEST(UserDefaultsContract, whatIsMissingIsZeroAndFalse) {
+/// Nothing stays behind in the preferences of whoever runs the tests.
+class UserDefaultsContract : public testing::Test {
+ protected:
+  ~UserDefaultsContract() override {
+    removeDefaults();
+    EXPECT_FALSE(UserDefaults::boolForKey("contract_bool"));
+  }
+};
+
+TEST_F(UserDefaultsContract, whatIsMissingIsZeroAndFalse) {
   EXPECT_EQ(UserDefaults::integerForKey("contract_missing"), 0);
   EXPECT_FALSE(UserDefaults::boolForKey("contract_missing"));
 }
 
-TEST(UserDefaultsContract, aBooleanIsKept) {
+TEST_F(UserDefaultsContract, aBooleanIsKept) {
   for (const bool value : {true, false, true}) {
     UserDefaults::setBool(value, "contract_bool");
     EXPECT_EQ(UserDefaults::boolForKey("contract_bool"), value);
   }
-  UserDefaults::setBool(false, "contract_bool");
 }
 
 }  // namespace

@@ -5,11 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cmath>
-#include <cstring>
 #include <limits>
-#include <regex>
 
 #include "doubles/Doubles.h"
 #include "doubles/FileError.h"
@@ -91,7 +87,8 @@ kern_return_t IOObjectRelease(io_object_t object) {
 - (NSURL*)URLForResource:(NSString*)name withExtension:(NSString*)extension {
   expect(name, NSString.class);
   if (extension != nil) violation("A resource is looked up with an extension");
-  if (!bundledResources || name.length == 0) return nil;
+  if (name.length == 0) violation("A resource without a name is any");
+  if (!bundledResources) return nil;
   NSString* file = [path(*bundledResources) stringByAppendingPathComponent:name];
   if (![NSFileManager.defaultManager fileExistsAtPath:file]) return nil;
   return [NSURL fileURLWithPath:file isDirectory:NO];
@@ -193,46 +190,6 @@ static void redirect(posix_spawn_file_actions_t* actions, NSPipe* pipe, int to) 
   loop::runInMode(
       NSDefaultRunLoopMode, [self] { return static_cast<bool>([self reap]); },
       std::numeric_limits<int>::max());
-}
-
-@end
-
-// Dates
-
-@implementation NSISO8601DateFormatter
-
-- (instancetype)init {
-  self = [super init];
-  _formatOptions = NSISO8601DateFormatWithInternetDateTime;
-  return self;
-}
-
-// A fraction is required where the options name one, and refused where they do not.
-- (NSDate*)dateFromString:(NSString*)string {
-  expect(string, NSString.class);
-  using namespace std::chrono;
-  const bool hasFraction = (_formatOptions & NSISO8601DateFormatWithFractionalSeconds) != 0;
-  if ((_formatOptions & ~NSISO8601DateFormatWithFractionalSeconds) !=
-      NSISO8601DateFormatWithInternetDateTime)
-    violation("Another ISO 8601 format than an internet date-time");
-  NSData* bytes = [string dataUsingEncoding:NSUTF8StringEncoding];
-  const std::string text(static_cast<const char*>(bytes.bytes), bytes.length);
-  const std::regex format(std::string(R"((\d{4})-(\d\d)-(\d\d)T(\d\d):(\d\d):(\d\d))") +
-                          (hasFraction ? R"((\.\d+))" : "()") + R"((?:Z|([+-])(\d\d):(\d\d)))");
-  std::smatch field;
-  if (!std::regex_match(text, field, format)) return nil;
-  const auto number = [&field](std::size_t i) {
-    return field[i].matched ? std::stoi(field[i]) : 0;
-  };
-  const year_month_day date(year(number(1)), month(static_cast<unsigned>(number(2))),
-                            day(static_cast<unsigned>(number(3))));
-  if (!date.ok() || number(4) > 23 || number(5) > 59 || number(6) > 59) return nil;
-  if (number(9) > 23 || number(10) > 59) return nil;
-  const double zone = (number(9) * 60.0 + number(10)) * 60.0 * (field[8] == "-" ? -1 : 1);
-  const double fraction = hasFraction ? std::stod("0" + field[7].str()) : 0;
-  const double days = static_cast<double>(sys_days(date).time_since_epoch().count());
-  const double time = ((days * 24 + number(4)) * 60 + number(5)) * 60 + number(6);
-  return [NSDate dateWithTimeIntervalSince1970:time + fraction - zone];
 }
 
 @end

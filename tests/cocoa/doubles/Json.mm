@@ -12,7 +12,8 @@
 namespace {
 
 // RFC 8259, with what Apple's reader adds to it: an object or array at the top, 512 levels at most,
-// numbers that a double holds, no surrogate without its partner. Nil for anything else.
+// numbers that a double holds, no surrogate without its partner, and a comma after the last member
+// or element. Nil for anything else.
 class Reader {
  public:
   explicit Reader(std::string bytes) : text(std::move(bytes)) {}
@@ -20,7 +21,7 @@ class Reader {
   id document() {
     const char first = next();
     if (first != '{' && first != '[') return nil;
-    const id top = value(1);
+    const id top = value();
     return next() == '\0' && position == text.size() ? top : nil;
   }
 
@@ -45,12 +46,10 @@ class Reader {
     return true;
   }
 
-  id value(int depth) {
-    constexpr int maximumDepth = 512;
-    if (depth > maximumDepth) return nil;
+  id value() {
     switch (next()) {
-      case '{': return object(depth);
-      case '[': return array(depth);
+      case '{': return nested(&Reader::object);
+      case '[': return nested(&Reader::array);
       case '"': return string();
       case 't': return take("true") ? @YES : nil;
       case 'f': return take("false") ? @NO : nil;
@@ -59,27 +58,36 @@ class Reader {
     }
   }
 
-  id object(int depth) {
+  id nested(id (Reader::*list)()) {
+    constexpr int maximumDepth = 512;
+    if (depth == maximumDepth) return nil;
+    depth++;
+    const id read = (this->*list)();
+    depth--;
+    return read;
+  }
+
+  id object() {
     NSMutableDictionary* members = [NSMutableDictionary dictionary];
     position++;
-    if (take('}')) return members;
     do {
+      if (take('}')) return members;
       if (next() != '"') return nil;
       const id key = string();
       if (key == nil || !take(':')) return nil;
-      const id member = value(depth + 1);
+      const id member = value();
       if (member == nil) return nil;
       members[key] = member;
     } while (take(','));
     return take('}') ? members : nil;
   }
 
-  id array(int depth) {
+  id array() {
     NSMutableArray* elements = [NSMutableArray array];
     position++;
-    if (take(']')) return elements;
     do {
-      const id element = value(depth + 1);
+      if (take(']')) return elements;
+      const id element = value();
       if (element == nil) return nil;
       [elements addObject:element];
     } while (take(','));
@@ -106,10 +114,12 @@ class Reader {
     return position > start;
   }
 
-  // In UTF-16, where escapes of surrogates meet.
+  // In UTF-16, where escapes of surrogates meet. Core Foundation drops a byte-order mark that a text
+  // starts with, unless it is spelt as an escape.
   id string() {
-    std::vector<unichar> units = {'.'};  // GNUstep drops a byte-order mark that a text starts with
+    std::vector<unichar> units = {'.'};  // GNUstep drops one as well, however it is spelt
     position++;
+    take("\xEF\xBB\xBF");
     while (at() != '"') {
       if (position >= text.size() || static_cast<unsigned char>(at()) < ' ') return nil;
       if (at() == '\\') {
@@ -172,27 +182,44 @@ class Reader {
 
   std::string text;
   std::size_t position = 0;
+  int depth = 0;
 };
 
-// UTF-8, or UTF-16 or UTF-32 as its zeros tell.
+struct Encoding {
+  NSStringEncoding name;
+  std::size_t markSize;
+};
+
+// As a byte-order mark tells, else the zeros around a first character that is ASCII.
+Encoding encodingOf(const std::string& bytes) {
+  using namespace std::string_literals;
+  if (bytes.starts_with("\xEF\xBB\xBF")) return {NSUTF8StringEncoding, 3};
+  if (bytes.starts_with("\0\0\xFE\xFF"s)) return {NSUTF32BigEndianStringEncoding, 4};
+  if (bytes.starts_with("\xFF\xFE\0\0"s)) return {NSUTF32LittleEndianStringEncoding, 4};
+  if (bytes.starts_with("\xFE\xFF")) return {NSUTF16BigEndianStringEncoding, 2};
+  if (bytes.starts_with("\xFF\xFE")) return {NSUTF16LittleEndianStringEncoding, 2};
+  std::string zeros;
+  for (std::size_t i = 0; i < std::min<std::size_t>(bytes.size(), 4); i++)
+    zeros += bytes[i] == '\0' ? '0' : 'x';
+  if (zeros == "000x") return {NSUTF32BigEndianStringEncoding, 0};
+  if (zeros == "x000") return {NSUTF32LittleEndianStringEncoding, 0};
+  if (zeros.starts_with("0x") && zeros != "0xx0" && zeros != "0xxx")
+    return {NSUTF16BigEndianStringEncoding, 0};
+  if (zeros.starts_with("x0") && zeros != "x00x" && zeros != "x0xx")
+    return {NSUTF16LittleEndianStringEncoding, 0};
+  return {NSUTF8StringEncoding, 0};
+}
+
 std::string utf8(NSData* data) {
   std::string bytes(static_cast<const char*>(data.bytes), data.length);
-  const auto isZero = [&bytes](std::size_t i) { return i < bytes.size() && bytes[i] == '\0'; };
-  NSStringEncoding encoding = NSUTF8StringEncoding;
-  if (bytes.size() >= 4 && isZero(0) && isZero(1))
-    encoding = NSUTF32BigEndianStringEncoding;
-  else if (bytes.size() >= 4 && isZero(1) && isZero(2) && isZero(3))
-    encoding = NSUTF32LittleEndianStringEncoding;
-  else if (isZero(0))
-    encoding = NSUTF16BigEndianStringEncoding;
-  else if (isZero(1))
-    encoding = NSUTF16LittleEndianStringEncoding;
-  if (encoding != NSUTF8StringEncoding) {
-    NSString* decoded = [[NSString alloc] initWithData:data encoding:encoding];
-    bytes = decoded == nil ? "" : decoded.UTF8String;
-  }
-  const std::string mark = "\xEF\xBB\xBF";
-  return bytes.starts_with(mark) ? bytes.substr(mark.size()) : bytes;
+  const Encoding encoding = encodingOf(bytes);
+  bytes.erase(0, encoding.markSize);
+  if (encoding.name == NSUTF8StringEncoding) return bytes;
+  NSString* decoded = [[NSString alloc] initWithBytes:bytes.data()
+                                               length:bytes.size()
+                                             encoding:encoding.name];
+  NSData* encoded = [decoded dataUsingEncoding:NSUTF8StringEncoding];
+  return {static_cast<const char*>(encoded.bytes), encoded.length};
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -36,6 +37,27 @@ std::vector<Request> requested;
 std::vector<std::thread> threads;
 NSMutableArray* validSessions;  // what nobody invalidates is never released
 
+// None for what is no gzip.
+std::optional<std::string> unzipped(const std::string& bytes) {
+  z_stream stream = {};
+  stream.next_in = reinterpret_cast<const Bytef*>(bytes.data());
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  constexpr int gzip = 16;
+  inflateInit2(&stream, MAX_WBITS + gzip);
+  std::string whole;
+  int state = Z_OK;
+  while (state == Z_OK) {
+    Bytef part[4096];
+    stream.next_out = part;
+    stream.avail_out = sizeof part;
+    state = inflate(&stream, Z_NO_FLUSH);
+    whole.append(reinterpret_cast<const char*>(part), sizeof part - stream.avail_out);
+  }
+  inflateEnd(&stream);
+  if (state != Z_STREAM_END) return {};
+  return whole;
+}
+
 // A GET over a plain connection, as far as the loopback interface needs one.
 class Fetch {
  public:
@@ -59,14 +81,20 @@ class Fetch {
     const auto slash = url.find('/', scheme.size());
     const std::string host = url.substr(scheme.size(), slash - scheme.size());
     const auto answer = exchange(host, "GET " + url.substr(slash) + " HTTP/1.1\r\nHost: " + host +
-                                           "\r\nConnection: close\r\n\r\n");
+                                           "\r\nAccept-Encoding: gzip, deflate\r\n"
+                                           "Connection: close\r\n\r\n");
     if (!answer) return std::nullopt;
     const auto end = answer->find("\r\n\r\n");
     if (end == std::string::npos || !answer->starts_with("HTTP/1.")) return std::nullopt;
     const std::string head = answer->substr(0, end + 2);
-    const std::string body = answer->substr(end + 4);
     if (answer->size() > 9 && (*answer)[9] == '3') location = field(head, "location");
-    if (!field(head, "content-encoding").empty()) return std::nullopt;  // none was offered
+    const auto body = transferred(head, answer->substr(end + 4));
+    if (!body || field(head, "content-encoding").empty()) return body;
+    if (field(head, "content-encoding") != "gzip") violation("An encoding that is not decoded here");
+    return unzipped(*body);
+  }
+
+  static std::optional<std::string> transferred(const std::string& head, const std::string& body) {
     if (field(head, "transfer-encoding") == "chunked") return withoutChunks(body);
     const std::string length = field(head, "content-length");
     if (!length.empty() && body.size() < std::stoull(length)) return std::nullopt;

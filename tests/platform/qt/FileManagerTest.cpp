@@ -22,6 +22,7 @@
 #include <string>
 #include <thread>
 
+#include "FullDisk.h"
 #include "TemporaryFolder.h"
 #include "platform/Error.h"
 
@@ -242,6 +243,16 @@ TEST(FileManager, theErrorIsTheSystems) {
     EXPECT_EQ(error.description, "The file “" + (folder / "missing" / "managed.json").native() +
                                      "” couldn’t be written: No such file or directory.");
   }
+}
+
+TEST(FileManager, aCopyThatFailsHalfwayLeavesNothing) {
+  const TemporaryFolder folder;
+  makeFile(folder / "from", std::string(1'000'000, 'x'));
+  {
+    const FullDisk disk(100'000);
+    EXPECT_THROW(copyItem(folder / "from", folder / "to"), platform::Error);
+  }
+  EXPECT_EQ(folder.names(), Names{"from"});
 }
 
 }  // namespace

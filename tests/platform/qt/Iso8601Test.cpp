@@ -29,6 +29,7 @@ TEST(Iso8601, takesTheNarrowReading) {
                            "12024-05-01T12:34:56Z",
                            " 2024-05-01T12:34:56Z",
                            "2024-05-01T12:34:56Z ",
+                           "2024-05-01T12:34:56Zx",
                            "2024-05-01T12:34:56Z\n",
                            "2024-05-01T12:34:56 Z",
                            "2024-W18-3T12:34:56Z",
@@ -37,6 +38,8 @@ TEST(Iso8601, takesTheNarrowReading) {
                            "02:00"}) {
     EXPECT_EQ(dateFromIso8601(text, internetDateTime), std::nullopt) << text;
   }
+  EXPECT_EQ(dateFromIso8601(std::string("2024-05-01T12:34:56Z\0", 21), internetDateTime),
+            std::nullopt);
   for (const char* text : {"2024-05-01T12:34:56,789Z", "2024-05-01T12:34:56.7e1Z",
                            "2024-05-01T12:34:56.-7Z", "2024-05-01T12:34:56..7Z"}) {
     EXPECT_EQ(dateFromIso8601(text, internetDateTimeWithFractionalSeconds), std::nullopt) << text;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "TemporaryFolder.h"
+#include "platform/Bundle.h"
 #include "platform/Hardware.h"
 #include "platform/qt/MachineId.h"
 
@@ -81,6 +82,10 @@ TEST(Bundle, aNameThatEndsLikeTheMarkOfARemovedFileIsAName) {
   const fs::path program = folder / "probe (deleted)";
   fs::copy_file(BUNDLE_PROBE, program);
   EXPECT_EQ(probe(program).executable, program);
+}
+
+TEST(Bundle, aResourceWithoutANameIsNone) {
+  EXPECT_EQ(platform::Bundle::urlForResource(""), std::nullopt);
 }
 
 TEST(MachineId, isGroupedAndUpperCase) {

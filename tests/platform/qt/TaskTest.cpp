@@ -16,6 +16,21 @@ namespace {
 
 using platform::Task;
 
+TEST(Task, argumentsMayBeEmptyAndKeepTheirAccents) {
+  EXPECT_EQ(outputOf("printf '[%s]' \"$@\"", {"", "ü", "u\u0308"}), "[][ü][u\u0308]");
+}
+
+TEST(Task, nothingStaysOpen) {
+  const auto descriptor = [] {
+    const int lowest = ::dup(STDERR_FILENO);
+    ::close(lowest);
+    return lowest;
+  };
+  const int before = descriptor();
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(outputOf("echo yes"), "yes\n");
+  EXPECT_EQ(descriptor(), before);
+}
+
 TEST(Task, aChildThatPrintsMuchIsNotStuck) {
   EXPECT_EQ(outputOf("head -c 10485760 /dev/zero").size(), 10'485'760u);
 }

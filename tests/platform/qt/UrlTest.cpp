@@ -12,6 +12,12 @@ TEST(Url, aPortOutOfRangeGivesNothing) {
   }
 }
 
+TEST(Url, whatIsNoUrlGivesNothing) {
+  for (const char* text : {"", "http://127.0.0.1:port/", "http://[::1/", "http://127.0.0.1:-/"}) {
+    EXPECT_EQ(platform::Url::withString(text), std::nullopt) << text;
+  }
+}
+
 TEST(Url, blanksAndControlCharactersGiveNothing) {
   for (const char* text : {"http://127.0.0.1/a b", "http://127.0.0.1/a\nb", "http://127.0.0.1/%",
                            "http://a b/", "http://127.0.0.1/\x7f", "http://127.0.0.1/<b>"}) {
