@@ -14,9 +14,9 @@ enum class Iso8601Format {
   internetDateTimeWithFractionalSeconds,  ///< 2024-05-01T12:34:56.789Z; the fraction is required
 };
 
-/// The point in time that `text` spells in that format, zone designator included, to the millisecond
-/// or better; none for a text that does not begin with one. What is taken beside the format is the
-/// platform's choice. Any thread; never fails.
+/// The point in time that `text` spells in that format, zone designator included, to the
+/// millisecond or better; none for a text that does not begin with one. What is taken beside the
+/// format is the platform's choice. Any thread; never fails.
 std::optional<Date> dateFromIso8601(const std::string& text, Iso8601Format format);
 
 }  // namespace platform

@@ -49,7 +49,7 @@ TEST(StatusDecoding, whatIsAlmostJsonIsOffline) {
        {"{\"site\":\"a\nb\"}"s, "{\"site\":\"a\0b\"}"s, "{\"site\":\"a\x1F\"}"s,
         R"({"site":"\x"})"s, R"({"site":"\'"})"s, R"({"s\ite":"x"})"s, R"({"a":1.})"s,
         R"({"a":.5})"s, R"({"a":-.5})"s, R"({"a":1.e5})"s, R"({"a":01})"s, R"({"a":+1})"s,
-        R"({"a":-})"s, R"({"a":1e})"s, R"({'state':'stale'})"s, R"({"state":"stale",})"s,
+        R"({"a":-})"s, R"({"a":1e})"s, R"({'state':'stale'})"s, R"({"state":"stale",,})"s,
         R"({"state":"stale"} // comment)"s, R"({"a":NaN})"s})
     expectOffline(body);
 }

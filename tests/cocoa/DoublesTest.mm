@@ -75,11 +75,10 @@ TEST_F(DoublesTest, aFractionThatEndsTheProcessFails) {
 // What was read, in the reader's own words, or "nil".
 std::string json(const std::string& bytes) {
   NSError* error = nil;
-  const id read =
-      [NSJSONSerialization JSONObjectWithData:[NSData dataWithBytes:bytes.data()
-                                                             length:bytes.size()]
-                                      options:0
-                                        error:&error];
+  const id read = [NSJSONSerialization JSONObjectWithData:[NSData dataWithBytes:bytes.data()
+                                                                         length:bytes.size()]
+                                                  options:0
+                                                    error:&error];
   EXPECT_EQ(read == nil, error != nil);
   if (read == nil) return "nil";
   NSDictionary* object = [read isKindOfClass:NSArray.class] ? @{@"a" : read} : read;

@@ -114,6 +114,7 @@ void HttpServer::serve(int socket) {
 
 std::string response(const std::string& status, const std::string& body,
                      const std::string& moreHeaders) {
+  const bool saysWhatBecomesOfIt = moreHeaders.find("Connection:") != std::string::npos;
   return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" +
-         moreHeaders + "\r\n" + body;
+         (saysWhatBecomesOfIt ? "" : "Connection: close\r\n") + moreHeaders + "\r\n" + body;
 }

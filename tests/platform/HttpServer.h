@@ -57,6 +57,6 @@ class HttpServer {
   std::thread acceptor;
 };
 
-/// A whole answer.
+/// A whole answer, which says that the connection ends with it unless `moreHeaders` says otherwise.
 std::string response(const std::string& status, const std::string& body,
                      const std::string& moreHeaders = {});

@@ -13,12 +13,12 @@
 
 namespace {
 
-/// Milliseconds since 1970, or none if the text does not begin with what the pattern spells. How far
-/// it was read is not looked at.
+/// Milliseconds since 1970, or none if the text does not begin with what the pattern spells. How
+/// far it was read is not looked at.
 std::optional<double> parse(const std::u16string& text, const std::u16string& pattern) {
   UErrorCode status = U_ZERO_ERROR;
-  const icu::LocalUDateFormatPointer formatter(udat_open(
-      UDAT_PATTERN, UDAT_PATTERN, "en_US_POSIX", u"GMT", -1, pattern.c_str(), -1, &status));
+  const icu::LocalUDateFormatPointer formatter(udat_open(UDAT_PATTERN, UDAT_PATTERN, "en_US_POSIX",
+                                                         u"GMT", -1, pattern.c_str(), -1, &status));
   udat_setLenient(formatter.getAlias(), false);
   const icu::LocalUCalendarPointer calendar(
       ucal_clone(udat_getCalendar(formatter.getAlias()), &status));
@@ -34,7 +34,8 @@ std::optional<double> parse(const std::u16string& text, const std::u16string& pa
   return time;
 }
 
-/// ICU makes milliseconds of a fraction by dividing by a power of ten, which is 0 from 35 digits on.
+/// ICU makes milliseconds of a fraction by dividing by a power of ten, which is 0 from 35 digits
+/// on.
 bool hasDeadlyFraction(const std::u16string& text, const std::u16string& patternBeforeIt) {
   constexpr std::size_t deadly = 35;
   const auto point = text.find(u'.');

@@ -114,8 +114,8 @@ class Reader {
     return position > start;
   }
 
-  // In UTF-16, where escapes of surrogates meet. Core Foundation drops a byte-order mark that a text
-  // starts with, unless it is spelt as an escape.
+  // In UTF-16, where escapes of surrogates meet. Core Foundation drops a byte-order mark that a
+  // text starts with, unless it is spelt as an escape.
   id string() {
     std::vector<unichar> units = {'.'};  // GNUstep drops one as well, however it is spelt
     position++;

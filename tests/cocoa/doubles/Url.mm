@@ -22,8 +22,8 @@
 
 @implementation NSURL (Recorded)
 
-// As Apple's up to macOS 13: nil for a text with a character that no URL has, and for little else. A
-// port is never looked at, nor is an empty text refused.
+// As Apple's up to macOS 13: nil for a text with a character that no URL has, and for little else.
+// A port is never looked at, nor is an empty text refused.
 + (instancetype)URLWithString:(NSString*)string {
   doubles::expect(string, NSString.class);
   static const std::regex url(

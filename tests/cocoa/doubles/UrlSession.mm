@@ -90,7 +90,8 @@ class Fetch {
     if (answer->size() > 9 && (*answer)[9] == '3') location = field(head, "location");
     const auto body = transferred(head, answer->substr(end + 4));
     if (!body || field(head, "content-encoding").empty()) return body;
-    if (field(head, "content-encoding") != "gzip") violation("An encoding that is not decoded here");
+    if (field(head, "content-encoding") != "gzip")
+      violation("An encoding that is not decoded here");
     return unzipped(*body);
   }
 

@@ -52,7 +52,8 @@ TEST(UrlSession, redirectsOffThisMachineGiveNothing) {
 
 TEST(UrlSession, whatIsNotHttpGivesNothing) {
   for (const std::string& bytes :
-       {std::string("SSH-2.0-OpenSSH\r\n"), std::string(100'000, 'x'), std::string(1000, '\0'),
+       {std::string("HTTP/1.1 200 OK\r\nCont"), std::string("SSH-2.0-OpenSSH\r\n"),
+        std::string(100'000, 'x'), std::string(1000, '\0'),
         std::string("{\"state\":\"authorized\"}"), std::string("HTTP/1.1\r\n\r\n"),
         std::string("HTTP/1.1 abc OK\r\n\r\n{}")}) {
     HttpServer server([&](Connection& connection) { connection.send(bytes); });
@@ -270,7 +271,7 @@ TEST(UrlSession, nothingIsStartedBeforeTheFirstRequest) {
 TEST(UrlSession, pollingLeavesNothingBehind) {
   for (const bool staysOpen : {false, true}) {
     HttpServer server([&](Connection& connection) {
-      connection.send(response("200 OK", "{}"));
+      connection.send(response("200 OK", "{}", staysOpen ? "Connection: keep-alive\r\n" : ""));
       connection.staysOpen = staysOpen;
     });
     UrlSession session(5);
