@@ -1,5 +1,6 @@
 #import <Foundation/Foundation.h>
 
+#define ZLIB_CONST
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
