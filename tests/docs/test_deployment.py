@@ -68,6 +68,12 @@ def test_what_is_named_is_what_the_sources_say(path, pattern):
         assert text in DOCUMENT
 
 
+def test_every_option_of_the_profile_is_explained():
+    options = found("packaging/macos/make_profile", r'add_argument\("(--[a-z-]+)"')
+    explained = " ".join(row[0] for row in table_below("### Other profiles"))
+    assert set(re.findall(r"--[a-z-]+", explained)) == set(options)
+
+
 def test_application_and_system_are_those_of_the_bundle():
     info = plistlib.loads((ROOT / "resources/macos/Info.plist.in").read_bytes())
     assert f"domain `{info['CFBundleIdentifier']}`" in DOCUMENT

@@ -25,8 +25,7 @@ SITE = "-DVELMOR_SITE_URL=https://trust.velmor.com"
 COMMIT = "0123456789abcdef0123456789abcdef01234567"
 MADE = ["SHA256SUMS", "VelmorPellix-1.0.0.cdx.json", "VelmorPellix-1.0.0.dSYM.zip",
         "VelmorPellix-1.0.0.dmg", "VelmorPellix-1.0.0.pkg", "VelmorPellix.mobileconfig",
-        "com.velmor.pellix.app.json", "com.velmor.pellix.app.plist", "doctor", "release.json",
-        "uninstall"]
+        "com.velmor.pellix.app.json", "com.velmor.pellix.app.plist", "release.json", "uninstall"]
 
 # As CMake leaves it: a definition that is not given keeps the value of an earlier run.
 BUILD = """#!/usr/bin/python3
@@ -577,7 +576,7 @@ def test_consoles_get_what_describes_the_settings(tree):
 
 def test_the_tools_can_be_run(tree):
     evidence(tree)
-    for name in ("doctor", "uninstall"):
+    for name in ("uninstall",):
         assert os.access(tree.output / name, os.X_OK)
 
 
@@ -608,6 +607,26 @@ def test_help_is_the_head_of_the_script_and_does_nothing(tree):
     result = tree.package(GUARD, "--help")
     assert result.returncode == 0 and tree.calls() == []
     assert result.stdout.startswith("script/package [--dry-run]") and "PELLIX_NOTARY_KEY_ID" in result.stdout
+
+
+# The document for administrators.
+
+DOCUMENT = (ROOT / "docs/deployment.md").read_text(encoding="utf-8")
+
+
+def test_what_the_document_says_to_type_makes_a_package(tree):
+    block = DOCUMENT.split("## Make the package")[1].split("```")[1]
+    variables = dict(re.findall(r'^export (\w+)="?([^"\n#]*[^"\n# ])', block, re.MULTILINE))
+    [command] = re.findall(r"^script/package (.+)$", block, re.MULTILINE)
+    assert set(variables) == set(NOTARISED)
+    result = tree.package(*command.split(), variables=variables)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert tree.calls("productsign")[0].count("Your\\ Company") == 1
+
+
+def test_the_document_names_every_file_that_is_made():
+    section = DOCUMENT.split("In `build/package` it leaves:")[1].split("It refuses to sign")[0]
+    assert sorted(re.findall(r"^\| `([^`]+)`", section, re.MULTILINE)) == MADE
 
 
 def test_the_parts_of_the_package_agree():
