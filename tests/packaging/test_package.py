@@ -118,7 +118,7 @@ class Tree:
         self.calls_path, self.answers = folder / "calls", folder / "answers"
         self.output = folder / "build/package"
         for part in ("packaging", "script/package", "CMakeLists.txt", "install/Paths.h",
-                     "install/LaunchAgents.cpp", "app/AppDelegate.cpp", "platform/cocoa/CMakeLists.txt",
+                     "install/LaunchAgents.h", "app/AppDelegate.cpp", "platform/cocoa/CMakeLists.txt",
                      "resources/macos/Info.plist.in"):
             (folder / part).parent.mkdir(parents=True, exist_ok=True)
             copy = shutil.copytree if (ROOT / part).is_dir() else shutil.copy

@@ -67,8 +67,8 @@ def test_the_property_lists_of_the_code_bear_these_labels():
 
 def test_the_port_is_pinned_to_the_one_of_the_service_in_the_domain_of_the_application():
     info = plistlib.loads((ROOT / "resources/macos/Info.plist.in").read_bytes())
-    service = (ROOT / "install/LaunchAgents.cpp").read_text()
-    [port] = re.findall(r"<string>--port</string>\s+<string>(\d+)</string>", service)
+    service = (ROOT / "tests/install/LaunchAgentsTest.cpp").read_text()
+    [port] = re.findall(r'<string>--port</string>\\n"\s+"\s+<string>(\d+)</string>', service)
     assert managed_defaults() == (info["CFBundleIdentifier"], {"port": int(port)})
 
 
