@@ -54,7 +54,7 @@ def rule(*facts):
 
 # id --json -------------------------------------------------------------------
 
-@must("id-ends", f"`id --json` exits with 0 within {ID_SECONDS} seconds",
+@must("id-ends", f"`id --json` exits with 0 after at most {ID_SECONDS} seconds",
       "Compute the ID without network and prompts: the application shows nothing until it has it.")
 def _(session):
     run = session.identity()
@@ -92,7 +92,7 @@ def _(session):
 
 # run --port N ----------------------------------------------------------------
 
-@must("listens", f"`run --port N` listens on 127.0.0.1:N within {LISTEN_SECONDS} seconds",
+@must("listens", f"`run --port N` listens on 127.0.0.1:N after at most {LISTEN_SECONDS} seconds",
       "Listen before anything that takes time, and answer with the state `unknown` meanwhile.")
 def _(session):
     try:
@@ -487,7 +487,7 @@ def _(session):
 
 # Stopping and starting -----------------------------------------------------------
 
-@must("taken-port", f"A second one on a taken port fails within {TAKEN_SECONDS} seconds and says why",
+@must("taken-port", f"A second one on a taken port fails after at most {TAKEN_SECONDS} seconds and says why",
       "Exit with a failure and one line on standard error, also under VLX_QUIET=1; launchd tries again.")
 def _(session):
     session.service()
@@ -505,7 +505,7 @@ def _(session):
     return second.end()
 
 
-@must("stop", f"It ends within {STOP_SECONDS} seconds of SIGTERM, also with connections open",
+@must("stop", f"It ends at most {STOP_SECONDS} seconds after SIGTERM, also with connections open",
       "Exit at once: launchd kills after some seconds, and does not load the new one before the end.")
 def _(session):
     service = session.service()
@@ -529,7 +529,7 @@ def ended(session, service):
     return f"it ended after {time.monotonic() - start:.1f} s"
 
 
-@must("restart", f"It listens again on the same port within {LISTEN_SECONDS} seconds, twice",
+@must("restart", f"It listens again on the same port after at most {LISTEN_SECONDS} seconds, twice",
       "Set SO_REUSEADDR before binding: connections of the one before keep the port for a while.")
 def _(session):
     service = session.answering_service()
@@ -566,7 +566,7 @@ def _(session):
     return same_site(session.status_now(), SITES[1])
 
 
-@must("stop-early", f"It ends within {STOP_SECONDS} seconds of SIGTERM while it starts, too",
+@must("stop-early", f"It ends at most {STOP_SECONDS} seconds after SIGTERM while it starts, too",
       "Leave SIGTERM to the system until you listen: every launch restarts the service at once.")
 def _(session):
     startup = session.service().startup
