@@ -7,15 +7,18 @@ import itertools
 import json
 import pathlib
 import re
+import shlex
 import socket
 import threading
 import time
+import urllib.parse
 
 import pytest
 
 from desktop.processes import wait_for
 from desktop.product import STATES, hardware_identifier
 from desktop.service import answers
+from standin_harness import STANDIN
 
 FORM = {"Content-Type": "application/x-www-form-urlencoded",
         "Accept": "text/html,application/xhtml+xml"}
@@ -140,6 +143,33 @@ def test_silence_holds_up_nobody_else(guard):
     finally:
         for client in waiting:
             client.close()
+
+
+# As its guide says
+
+def told_by_curl(line):
+    """Method, path and body of a request in the guide."""
+    words = shlex.split(line)
+    body = "&".join(value for option, value in zip(words, words[1:]) if option == "-d")
+    return "POST" if body else "GET", urllib.parse.urlsplit(words[-1]).path, body or None
+
+
+def test_the_examples_of_the_guide_do_as_they_say(guard):
+    lines = [line for line in (STANDIN / "README.md").read_text(encoding="utf-8").splitlines()
+             if line.startswith("    curl ")]
+    answers = [guard.request(*told_by_curl(line)) for line in lines]
+    assert [answer.status for answer in answers] == [200, 200, 200]
+    state = json.loads(answers[-1].body)
+    assert (state["state"], state["heartbeat_age"], state["mode"]) == ("revoked", 7200, "silent")
+
+
+def test_the_guide_lists_what_can_be_chosen(guard):
+    text = (STANDIN / "README.md").read_text(encoding="utf-8")
+    rows = dict(re.findall(r"^\| (`\w+`(?:, `\w+`)*) \| (.*) \|$", text, re.MULTILINE))
+    assert set(re.findall(r"\w+", " ".join(rows))) == set(guard.state())
+    assert re.findall(r"\w+", rows["`state`"]) == list(STATES)
+    for mode in re.findall(r"\w+", rows["`mode`"]):
+        assert guard.set(mode=mode)["mode"] == mode
 
 
 # What was chosen is kept
@@ -313,16 +343,39 @@ def test_a_heartbeat_button_overrules_the_field(guard):
     assert guard.state()["heartbeat_age"] == 300
 
 
-def test_the_authorize_page_authorizes_the_mac(guard):
+def authorize_buttons(guard, path):
+    return guard.get(path).body.count(b'action="/authorize"><button')
+
+
+def test_the_first_page_authorizes_the_mac(guard):
     guard.set(device_id="GEN-SHOWN")
-    before = guard.get("/authorize").body
-    assert b"GEN-SHOWN" in before and b"<button" in before
+    assert b"<dd><code>GEN-SHOWN</code>" in guard.get("/").body
+    assert authorize_buttons(guard, "/") == 1
     answer = guard.request("POST", "/authorize", "", FORM)
-    assert (answer.status, answer.getheader("Location")) == (303, "/authorize")
-    assert b"<button" not in guard.get("/authorize").body
+    assert (answer.status, answer.getheader("Location")) == (303, "/")
+    assert authorize_buttons(guard, "/") == 0
+    assert "/authorize" in page(guard).addresses
     status = guard.status()
     assert status["state"] == "authorized"
     assert status["last_heartbeat"] is not None
+
+
+@pytest.mark.parametrize("state", STATES)
+def test_opening_the_pages_authorizes_nobody(guard, state):
+    guard.set(state=state)
+    before = guard.status()
+    for path in ("/", "/authorize"):
+        assert guard.get(path).status == 200
+    assert guard.status() == before
+
+
+def test_the_authorize_page_is_for_whom_is_authorized(guard):
+    for state in STATES:
+        guard.set(state=state)
+        shown = guard.get("/authorize").body
+        assert (b"<h1>WordPress Admin</h1>" in shown) is (state == "authorized")
+        assert b"<form" not in shown and b"<button" not in shown
+        assert page(guard, "/authorize").addresses == ["data:,", "/"]
 
 
 def test_authorizing_keeps_a_chosen_heartbeat(guard):
