@@ -6,10 +6,11 @@
 /// cannot be written is lost.
 namespace platform::UserDefaults {
 
-/// The integer under `key`, or 0 if it is missing or not a number.
+/// The integer under `key`, or 0 if it is missing or nothing like a number. What is almost one is
+/// the platform's choice.
 long long integerForKey(const std::string& key);
 
-/// The Boolean under `key`, or false if it is missing or not a Boolean.
+/// The Boolean under `key`, or false if it is missing or nothing like a Boolean.
 bool boolForKey(const std::string& key);
 
 /// Stores `value`; it is on disk soon after.

@@ -130,6 +130,18 @@ TEST_F(DoublesTest, jsonLosesAByteOrderMarkAtTheStartOfAText) {
   EXPECT_EQ(json("{\"a\":\"x\uFEFF\"}"), "x\uFEFF");
 }
 
+TEST_F(DoublesTest, aCopyOfAProgramOfTheSystemsIsKilled) {
+  static NSTask* task;
+  std::filesystem::copy_file("/bin/echo", home / "echo");
+  task = [[NSTask alloc] init];
+  task.executableURL =
+      [NSURL fileURLWithPath:[NSString stringWithUTF8String:(home / "echo").c_str()]];
+  task.arguments = @[];
+  EXPECT_NONFATAL_FAILURE([task launchAndReturnError:nil], "is killed");
+  [task waitUntilExit];
+  task = nil;
+}
+
 TEST_F(DoublesTest, aUrlMayHaveAnyPort) {
   for (NSString* text : {@"http://127.0.0.1:99999/", @"http://127.0.0.1:-1/",
                          @"http://127.0.0.1:port/", @"http://127.0.0.1:/"})
