@@ -121,5 +121,9 @@ class Host:
     def item(self, timeout=10.0):
         return wait_for("a status item", lambda: self.items, timeout)[-1]
 
+    def be_busy(self, seconds):
+        """Answers nobody for so long, and then all."""
+        GLib.idle_add(time.sleep, seconds)
+
     def close(self):
         self.bus.close()

@@ -117,10 +117,14 @@ def expect_whole_files(installation, before, renewed, root=""):
     return after
 
 
-def hidden_files(*folders):
-    """New versions of files are hidden until they are complete."""
-    return [path for folder in folders for path in listing(folder)
-            if os.path.basename(path).startswith(".")]
+def stray_files(installation, root=""):
+    """What a launch that was cut short has left beside the installed files."""
+    def paths(folder):
+        return [os.path.join(folder, name) for name in listing(root + folder)]
+
+    usual = [*installation.installed_files, os.path.join(installation.support, "logs")]
+    return [root + path for folder in (installation.support, installation.agents)
+            for path in paths(folder) if path not in usual]
 
 
 def expect_alert(application):

@@ -7,14 +7,15 @@ import os
 import shutil
 import stat
 import subprocess
+import sys
 
 import pytest
 
-from desktop import product
+from desktop import product, without_links
 from desktop.files import read, write, write_program
 from desktop.processes import wait_for
 from e2e_harness import (ORDINARY_USER, expect_alert, expect_installation, expect_whole_files,
-                         hidden_files, wait_for_usual_menu)
+                         stray_files, wait_for_usual_menu)
 
 UNSHARE = ["unshare", "--map-current-user", "--keep-caps", "--mount"]
 OLDER = b"older\n" * 20
@@ -65,7 +66,7 @@ def can_mount():
 def expect_whole(application, before, renewed):
     """On the disk that the running application sees. What the files hold."""
     root = f"/proc/{application.pid}/root"
-    assert hidden_files(root + application.support, root + application.agents) == []
+    assert {os.path.basename(path) for path in stray_files(application, root)} <= {"filling"}
     return expect_whole_files(application, before, renewed, root)
 
 
@@ -127,6 +128,17 @@ def test_a_disk_too_small_for_the_binary_leaves_none_rather_than_half(applicatio
     expect_installation(application, large)
 
 
+@pytest.mark.parametrize("home", ["fresh", "older"])
+def test_a_file_system_without_links_is_no_hindrance(application_on, home):
+    application = application_on(tray=True)
+    if home == "older":
+        write_older_files(application)
+    application.start(wrapper=[sys.executable, without_links.__file__])
+    wait_for_usual_menu(application)
+    expect_installation(application)
+    assert stray_files(application) == []
+
+
 def test_a_binary_in_use_is_replaced(application):
     """The program that runs goes on with what it was started from."""
     application.start()
@@ -181,40 +193,6 @@ def test_a_folder_bundled_in_place_of_the_binary_is_reported(application):
     [text] = expect_alert(application)
     assert "velmor-guard" in text
     assert application.launchctl_calls() == []
-
-
-@pytest.mark.parametrize("place, name", [
-    ("support", "managed.json"), ("support", "velmor-guard"),
-    ("agents", "com.velmor.pellix.plist"), ("agents", "com.velmor.pellix.menubar.plist"),
-])
-@pytest.mark.parametrize("kind", ["folder", "full folder", "pipe", "link away", "another's file"])
-def test_what_lies_in_the_way_of_the_new_version_is_harmless(application, place, name, kind):
-    """Under the name that a new version has until it is complete."""
-    way = os.path.join(getattr(application, place), f".{name}.new")
-    elsewhere = application.desktop.path("elsewhere")
-    write(b"kept", elsewhere)
-    if kind.endswith("folder"):
-        os.mkdir(way)
-        if kind.startswith("full"):
-            write(b"kept", way, "inside")
-    elif kind == "pipe":
-        os.mkfifo(way)
-    elif kind == "link away":
-        os.symlink(elsewhere, way)
-    else:
-        write(b"x", way)
-        os.chmod(way, 0)
-    application.start()
-    wait_for("an alert or the menu", lambda: application.windows() or [
-        item for item in application.desktop.host.items if item.menu])
-    assert read(elsewhere) == b"kept"
-    if application.windows():
-        [text] = expect_alert(application)
-        assert kind.endswith("folder") and name in text
-        assert read(getattr(application, place), name) == OLDER
-    else:
-        wait_for_usual_menu(application)
-        expect_installation(application)
 
 
 @pytest.mark.parametrize("place", ["home", "support", "agents"])

@@ -155,6 +155,15 @@ def test_a_host_that_comes_again_gets_the_item_again(application_on):
     wait_for_usual_menu(application)
 
 
+def test_a_host_that_is_busy_when_it_is_asked_gets_the_item_in_the_end(application_on, service):
+    application = application_on(tray=True)
+    application.desktop.host.be_busy(6)
+    application.start()
+    service.wait_for_requests(1)
+    assert application.running
+    wait_for_usual_menu(application)
+
+
 def test_a_bar_that_comes_late_gets_the_icon(application_on, service):
     application = application_on()
     application.start()
