@@ -1,6 +1,5 @@
 #include "platform/Application.h"
 
-#include <dlfcn.h>
 #include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
@@ -10,10 +9,7 @@
 #include <QFile>
 #include <QWidget>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <thread>
 #include <utility>
 
@@ -23,57 +19,26 @@
 using namespace Qt::StringLiterals;
 
 namespace platform {
-
 namespace {
 
-bool terminated = false;
-bool inEventLoop = false;
-
-/// Ends the process as soon as the X server is gone, whatever the main thread is waiting for.
-class DisplayWatch {
- public:
-  DisplayWatch() {
-    if (!x11Connection()) return;
-    std::thread([display = xcb_get_file_descriptor(x11Connection()), isOver = isOver] {
-      pollfd end{display, POLLRDHUP, 0};
-      while (::poll(&end, 1, -1) == -1 && errno == EINTR) {
-      }
-      if (end.revents != 0 && !*isOver) _exit(1);
-    }).detach();
-  }
-  ~DisplayWatch() { *isOver = true; }
-  DisplayWatch(const DisplayWatch&) = delete;
-  DisplayWatch& operator=(const DisplayWatch&) = delete;
-
- private:
-  const std::shared_ptr<std::atomic<bool>> isOver = std::make_shared<std::atomic<bool>>(false);
-};
+bool isTerminated = false;
+std::atomic<bool> isOver = false;  ///< the display is about to be closed from here
 
 /// The application logs nothing, and neither does the toolkit on its behalf.
 void dropMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  // What the toolkit does next is to call exit(); its own libraries' exit handlers come first then.
-  const bool isMainThread = ::gettid() == ::getpid();
-  if (isMainThread && x11Connection() && xcb_connection_has_error(x11Connection())) _exit(1);
-  if (type != QtFatalMsg) return;
-  std::fprintf(stderr, "%s\n", qPrintable(message));
-  std::abort();
+  if (type == QtFatalMsg) std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
-/// Losing the display makes the toolkit call exit() inside the event loop. Static destructors must
-/// not run there, under the feet of the living application and its threads.
-void endAtOnce(int status, void*) {
-  if (inEventLoop) _exit(status);
-}
-
-/// Xlib, which the toolkit uses here and there, reports a lost display in a way of its own.
-void silenceXlib() {
-  using Handler = int (*)(void* display);
-  void* const xlib = ::dlopen("libX11.so.6", RTLD_LAZY | RTLD_NOLOAD);
-  if (!xlib) return;
-  if (void* const set = ::dlsym(xlib, "XSetIOErrorHandler")) {
-    reinterpret_cast<Handler (*)(Handler)>(set)([](void*) -> int { _exit(1); });
-  }
-  ::dlclose(xlib);
+/// Ends the process with the display, at once and whatever the main thread is waiting for: the
+/// toolkit would notice between two events, and end in the middle of everything that lives.
+void endWithDisplay() {
+  if (!x11Connection()) return;
+  std::thread([display = xcb_get_file_descriptor(x11Connection())] {
+    pollfd end{display, POLLRDHUP, 0};
+    while (::poll(&end, 1, -1) == -1) {  // interrupted
+    }
+    if (!isOver) _exit(1);
+  }).detach();
 }
 
 }  // namespace
@@ -83,14 +48,15 @@ struct Application::Implementation {
     QCoreApplication::setApplicationName(u"velmor-pellix"_s);
     QGuiApplication::setApplicationDisplayName(u"Velmor Pellix"_s);
     QGuiApplication::setQuitOnLastWindowClosed(false);
+    endWithDisplay();
   }
+  ~Implementation() { isOver = true; }
 
   // The toolkit sees the program's name alone: its own options are none of this program's.
   std::string name = arguments().empty() ? "velmor-pellix" : arguments().front();
   char* argv[2] = {name.data(), nullptr};
   int argc = 1;
   QApplication application{argc, argv};
-  DisplayWatch displayWatch;
   std::weak_ptr<ApplicationDelegate> delegate;
 };
 
@@ -107,8 +73,6 @@ Application::Application() {
   // Or the bus's library ends the program when the toolkit calls a bus that has ended.
   OwnEnvironment::set("DBUS_FATAL_WARNINGS", "0");
   implementation = std::make_unique<Implementation>();
-  silenceXlib();
-  [[maybe_unused]] static const int registered = on_exit(endAtOnce, nullptr);
 }
 
 Application::~Application() = default;
@@ -121,7 +85,7 @@ void Application::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {
 void Application::setActivationPolicy(ActivationPolicy) {}
 
 void Application::run() {
-  if (std::exchange(terminated, false)) return;
+  if (std::exchange(isTerminated, false)) return;
   QMetaObject::invokeMethod(
       &implementation->application,
       [this] {
@@ -130,9 +94,8 @@ void Application::run() {
         }
       },
       Qt::QueuedConnection);
-  inEventLoop = true;
   QApplication::exec();
-  inEventLoop = terminated = false;
+  isTerminated = false;
 }
 
 void Application::activateIgnoringOtherApps() {
@@ -144,7 +107,7 @@ void Application::activateIgnoringOtherApps() {
 }
 
 void Application::terminate() {
-  terminated = true;
+  isTerminated = true;
   QCoreApplication::exit(0);
 }
 

@@ -15,17 +15,10 @@ using namespace Qt::StringLiterals;
 namespace platform {
 
 QString displayText(const std::string& text) {
-  constexpr std::size_t longest = 40'000;  // bytes
-  if (text.size() <= longest) return toQString(text);
-  const auto isInsideCharacter = [&](std::size_t at) {
-    return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
-  };
-  std::size_t head = longest / 2;
-  std::size_t tail = text.size() - longest / 2;
-  while (head > 0 && isInsideCharacter(head)) --head;
-  while (tail < text.size() && isInsideCharacter(tail)) ++tail;
-  const std::string_view whole = text;
-  return toQString(whole.substr(0, head)) + u'…' + toQString(whole.substr(tail));
+  constexpr qsizetype longest = 40'000;
+  const QString whole = toQString(text);
+  if (whole.size() <= longest) return whole;
+  return whole.first(longest / 2) + u'…' + whole.last(longest / 2);
 }
 
 QString verbatimTitle(const std::string& text) {
@@ -73,14 +66,17 @@ void makeDefaultButton(QPushButton& button, QWidget& window) {
   }
 }
 
+bool raiseAlert() {
+  QWidget* const alert = QApplication::activeModalWidget();
+  if (!alert) return false;
+  alert->raise();
+  alert->activateWindow();
+  return true;
+}
+
 void performLater(const Action& action) {
   MainQueue::async([action] {
-    if (QWidget* alert = QApplication::activeModalWidget()) {
-      alert->raise();
-      alert->activateWindow();
-    } else {
-      action.perform();
-    }
+    if (!raiseAlert()) action.perform();
   });
 }
 

@@ -36,9 +36,12 @@ std::optional<std::filesystem::path> symbolDrawing(const std::string& name);
 /// Makes Return and Enter press `button`, whichever control of `window` has the focus.
 void makeDefaultButton(QPushButton& button, QWidget& window);
 
+/// Brings the alert that waits for an answer to the front. Whether there is one.
+bool raiseAlert();
+
 /// Carries out `action` from the event loop, so that what it opens or destroys never meets the
 /// control it came from half-way through an event. While an alert waits for its answer, commands
-/// are ignored and the alert comes to the front instead.
+/// are ignored and it comes to the front instead.
 void performLater(const Action& action);
 
 }  // namespace platform

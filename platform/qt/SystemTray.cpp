@@ -8,6 +8,8 @@
 #include <QDBusServiceWatcher>
 #include <QDBusVariant>
 #include <QGuiApplication>
+#include <QTimer>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -17,11 +19,15 @@
 using namespace Qt::StringLiterals;
 
 namespace platform {
-
 namespace {
+
+using namespace std::chrono_literals;
 
 const QString watcherName = u"org.kde.StatusNotifierWatcher"_s;
 const QString watcherPath = u"/StatusNotifierWatcher"_s;
+
+constexpr int patience = 10'000;  // ms, for an answer
+constexpr auto pause = 2s;        // before asking again
 
 template <typename Reply>
 std::unique_ptr<Reply, decltype(&std::free)> owned(Reply* reply) {
@@ -34,7 +40,9 @@ xcb_atom_t atom(xcb_connection_t* x, const std::string& name) {
   return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
-xcb_window_t trayWindow(xcb_connection_t* x) {
+bool hasX11Tray() {
+  xcb_connection_t* const x = x11Connection();
+  if (!x) return false;
   char* host = nullptr;
   int display = 0;
   int screen = 0;
@@ -42,7 +50,7 @@ xcb_window_t trayWindow(xcb_connection_t* x) {
   const auto cookie =
       xcb_get_selection_owner(x, atom(x, "_NET_SYSTEM_TRAY_S" + std::to_string(screen)));
   const auto reply = owned(xcb_get_selection_owner_reply(x, cookie, nullptr));
-  return reply ? reply->owner : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
+  return reply && reply->owner != XCB_WINDOW_NONE;
 }
 
 }  // namespace
@@ -67,21 +75,24 @@ SystemTray::~SystemTray() = default;
 
 void SystemTray::look() {
   if (!QDBusConnection::sessionBus().isConnected()) {
-    if (x11Connection() && trayWindow(x11Connection())) found();
+    if (hasX11Tray()) found();
     return;
   }
   QDBusMessage question = QDBusMessage::createMethodCall(
       watcherName, watcherPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
   question.setAutoStartService(false);
   question << watcherName << u"IsStatusNotifierHostRegistered"_s;
-  constexpr int patience = 2000;
-  auto* answer = new QDBusPendingCallWatcher(
-      QDBusConnection::sessionBus().asyncCall(question, patience), this);
+  const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(question, patience);
+  auto* answer = new QDBusPendingCallWatcher(call, this);
   connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
     answer->deleteLater();
     const QDBusPendingReply<QDBusVariant> reply = *answer;
     const bool hasHost = reply.isValid() && reply.value().variant().toBool();
-    if (hasHost || (x11Connection() && trayWindow(x11Connection()))) found();
+    const bool isUndecided = reply.isError() && reply.error().type() != QDBusError::ServiceUnknown;
+    if (hasHost || hasX11Tray())
+      found();
+    else if (isUndecided)  // a panel that is busy, as at a login, or not ready for the question yet
+      QTimer::singleShot(pause, this, &SystemTray::look);
   });
 }
 
@@ -92,21 +103,6 @@ bool SystemTray::nativeEventFilter(const QByteArray& eventType, void* message, q
   static const xcb_atom_t manager = atom(x11Connection(), "MANAGER");
   if (reinterpret_cast<const xcb_client_message_event_t*>(event)->type == manager) lookSoon.start();
   return false;
-}
-
-std::optional<QColor> SystemTray::foreground() {
-  xcb_connection_t* x = x11Connection();
-  if (!x) return std::nullopt;
-  // Four colours, each of red, green and blue; the foreground comes first.
-  const auto cookie = xcb_get_property(x, 0, trayWindow(x), atom(x, "_NET_SYSTEM_TRAY_COLORS"),
-                                       XCB_ATOM_CARDINAL, 0, 3);
-  const auto reply = owned(xcb_get_property_reply(x, cookie, nullptr));
-  if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 12) {
-    return std::nullopt;
-  }
-  const auto* channels = static_cast<const uint32_t*>(xcb_get_property_value(reply.get()));
-  return QColor::fromRgba64(static_cast<quint16>(channels[0]), static_cast<quint16>(channels[1]),
-                            static_cast<quint16>(channels[2]));
 }
 
 }  // namespace platform

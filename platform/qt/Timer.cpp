@@ -1,5 +1,6 @@
 #include "platform/Timer.h"
 
+#include <QCoreApplication>
 #include <QTimer>
 #include <utility>
 
@@ -8,43 +9,25 @@
 namespace platform {
 
 struct Timer::Implementation {
-  struct Firing {
-    std::function<void()> block;
-    int underWay = 0;  ///< more than one if the block runs an event loop of its own
-  };
-
-  explicit Implementation(std::function<void()> block)
-      : firing(std::make_shared<Firing>(Firing{.block = std::move(block)})) {}
-
-  ~Implementation() {
-    timer->stop();
-    timer->disconnect();
-    // A QTimer must not be deleted while it is delivering its time-out.
-    if (firing->underWay > 0) timer.release()->deleteLater();
-  }
-
-  std::shared_ptr<Firing> firing;
-  std::unique_ptr<QTimer> timer = std::make_unique<QTimer>();
+  QTimer* timer;
 };
 
 Timer::Timer(std::unique_ptr<Implementation> timer) : implementation(std::move(timer)) {}
-Timer::~Timer() = default;
+
+Timer::~Timer() {
+  implementation->timer->stop();
+  implementation->timer->disconnect();
+  implementation->timer->deleteLater();  // this may be in the middle of its time-out
+}
 
 std::unique_ptr<Timer> Timer::scheduledTimer(double interval, bool repeats,
                                              std::function<void()> block) {
-  auto implementation = std::make_unique<Implementation>(std::move(block));
-  QTimer& timer = *implementation->timer;
-  timer.setTimerType(Qt::PreciseTimer);
-  timer.setSingleShot(!repeats);
-  QObject::connect(&timer, &QTimer::timeout, [firing = implementation->firing] {
-    // The block may end the timer, and this connection with it.
-    const auto kept = firing;  // NOLINT(performance-unnecessary-copy-initialization)
-    ++kept->underWay;
-    kept->block();
-    --kept->underWay;
-  });
-  timer.start(toMilliseconds(interval));
-  return std::unique_ptr<Timer>(new Timer(std::move(implementation)));
+  auto* timer = new QTimer(qApp);
+  timer->setTimerType(Qt::PreciseTimer);
+  timer->setSingleShot(!repeats);
+  QObject::connect(timer, &QTimer::timeout, std::move(block));
+  timer->start(toMilliseconds(interval));
+  return std::unique_ptr<Timer>(new Timer(std::make_unique<Implementation>(Implementation{timer})));
 }
 
 }  // namespace platform

@@ -71,7 +71,7 @@ class Item:
         self.call_menu("AboutToShow", "(i)", 0)
         _revision, (_number, _properties, children) = self.call_menu(
             "GetLayout", "(iias)", 0, -1, [])
-        return [self.entry(*child) for child in children]
+        return [self.entry(*child) for child in children if child[1].get("visible", True)]
 
     @staticmethod
     def entry(number, properties, _children):

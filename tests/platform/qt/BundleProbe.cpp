@@ -1,11 +1,13 @@
 #include <iostream>
 #include <string>
 
+#include "platform/Application.h"
 #include "platform/Bundle.h"
 #include "platform/Launchd.h"
 
 /// Prints what a program takes for its bundle, after a line has come in.
 int main() {
+  const platform::Application application;
   std::string line;
   std::getline(std::cin, line);
   const auto print = [](const auto& path) {

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace platform;
+using namespace Qt::StringLiterals;
 
 class RenderedMenu : public testing::Test {
  protected:
@@ -33,7 +34,8 @@ class RenderedMenu : public testing::Test {
   }
 
   QString exportedText(const std::string& title) {
-    ExportedMenu exported(menu(title));
+    ExportedMenu exported;
+    exported.setMenu(menu(title));
     return exported.actions()[2]->text();
   }
 
@@ -55,6 +57,13 @@ QString shownByPanel(QString text) {
     result += text[i];
   }
   return result;
+}
+
+QStringList visibleTitles(const QMenu& menu) {
+  QStringList titles;
+  for (const QAction* action : menu.actions())
+    if (action->isVisible()) titles += action->text();
+  return titles;
 }
 
 const std::string titles[] = {"R&D_lab", "A_B__C", "&",    "a&&b", "&x_",   "<b>x</b>",
@@ -132,25 +141,29 @@ TEST_F(RenderedMenu, aKeyAloneOrWithMoreModifiersDoesNothing) {
   EXPECT_TRUE(commands->performed.empty());
 }
 
-TEST_F(RenderedMenu, aMenuWithTheSameCommandsIsUpdatedInPlace) {
-  ExportedMenu exported(menu("old"));
-  const auto actions = exported.actions();
-  ASSERT_TRUE(haveSameCommands(menu("old"), menu("new")));
-  exported.update(menu("new"));
-  EXPECT_EQ(exported.actions(), actions);
-  EXPECT_EQ(actions[2]->text(), QStringLiteral("new"));
-}
+TEST_F(RenderedMenu, entriesInPanelsKeepTheirCommands) {
+  ExportedMenu exported;
+  exported.setMenu(menu("old"));
+  const QList<QAction*> first = exported.actions();
+  exported.setMenu(menu("new"));
+  EXPECT_EQ(exported.actions(), first);
+  EXPECT_EQ(first[2]->text(), u"new"_s);
 
-TEST_F(RenderedMenu, menusDifferInTheirCommands) {
-  Menu other = menu("old");
+  Menu other = menu("other");
   other.items[2].action = commands->action<"openAdmin">();
-  EXPECT_FALSE(haveSameCommands(menu("old"), other));
-  other = menu("old");
+  exported.setMenu(other);
+  EXPECT_EQ(visibleTitles(exported),
+            (QStringList{u"State"_s, u""_s, u"other"_s, u"No command"_s, u"Quit"_s}));
+  first[2]->trigger();
+  EXPECT_TRUE(runMainLoopUntil([this] { return commands->performed.size() == 1; }));
+  EXPECT_EQ(commands->performed, std::vector<std::string>{"copy"});
+
   other.items.pop_back();
-  EXPECT_FALSE(haveSameCommands(menu("old"), other));
-  other = menu("old");
-  other.items[3] = MenuItem::separatorItem();
-  EXPECT_FALSE(haveSameCommands(menu("old"), other));
+  exported.setMenu(other);
+  EXPECT_EQ(visibleTitles(exported), (QStringList{u"State"_s, u""_s, u"other"_s, u"No command"_s}));
+  EXPECT_EQ(exported.actions().size(), 5 + 4);
+  exported.setMenu({});
+  EXPECT_EQ(visibleTitles(exported), QStringList());
 }
 
 TEST_F(RenderedMenu, anItemWithoutATrayTakesWhateverItIsGiven) {

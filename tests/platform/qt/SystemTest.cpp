@@ -3,7 +3,6 @@
 #include <sys/wait.h>
 
 #include <array>
-#include <cctype>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -90,24 +89,25 @@ TEST(Bundle, aResourceWithoutANameIsNone) {
 
 TEST(MachineId, isGroupedAndUpperCase) {
   const auto expected = "3D1219C7-C4C5-404A-AA1F-6D2A48ADFDA4";
-  EXPECT_EQ(uuidFromMachineId("3d1219c7c4c5404aaa1f6d2a48adfda4\n"), expected);
   EXPECT_EQ(uuidFromMachineId("3d1219c7c4c5404aaa1f6d2a48adfda4"), expected);
-  EXPECT_EQ(uuidFromMachineId("3D1219C7C4C5404AAA1F6D2A48ADFDA4\n"), expected);
+  EXPECT_EQ(uuidFromMachineId("3D1219C7C4C5404AAA1F6D2A48ADFDA4"), expected);
 }
 
 TEST(MachineId, thatIsMalformedIsNone) {
   for (const char* content :
-       {"", "\n", "uninitialized\n", "3d1219c7c4c5404aaa1f6d2a48adfda\n",
-        "3d1219c7c4c5404aaa1f6d2a48adfda4a\n", "3d1219c7c4c5404aaa1f6d2a48adfda4\n\n",
-        "3d1219c7c4c5404aaa1f6d2a48adfda4\r\n", " 3d1219c7c4c5404aaa1f6d2a48adfda4",
-        "3d1219c7-c4c5-404a-aa1f-6d2a48adfda4\n", "3d1219c7c4c5404aaa1f6d2a48adfdag\n",
-        "3d1219c7c4c5404aaa1f6d2a48adfd\xc3\xa4\n", "00000000000000000000000000000000\n"}) {
+       {"", "uninitialized\n", "3d1219c7c4c5404aaa1f6d2a48adfda\n",
+        "3d1219c7c4c5404aaa1f6d2a48adfd", "3d1219c7c4c5404aaa1f6d2a48adfda4a",
+        "3d1219c7c4c5404aaa1f6d2a48adfda4\n", " 3d1219c7c4c5404aaa1f6d2a48adfda",
+        "3d1219c7-c4c5-404a-aa1f-6d2a48ad", "3d1219c7c4c5404aaa1f6d2a48adfdag",
+        "3d1219c7c4c5404aaa1f6d2a48adfd\xc3\xa4", "00000000000000000000000000000000"}) {
     EXPECT_EQ(uuidFromMachineId(content), std::nullopt) << content;
   }
 }
 
 TEST(MachineId, isThePlatformUuid) {
-  EXPECT_EQ(platform::platformUuid(), uuidFromMachineId(contentOf("/etc/machine-id")));
+  std::string id = contentOf("/etc/machine-id");
+  if (id.ends_with('\n')) id.pop_back();
+  EXPECT_EQ(platform::platformUuid(), uuidFromMachineId(QByteArray::fromStdString(id)));
 }
 
 }  // namespace
