@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
 
-#include <array>
 #include <filesystem>
+#include <sstream>
 #include <string>
-#include <vector>
 
+#include "Shell.h"
 #include "TemporaryFolder.h"
 #include "platform/Bundle.h"
 #include "platform/Hardware.h"
@@ -21,24 +19,14 @@ struct Bundle {
   std::string executable, resource, launchctl;
 };
 
-/// What the probe prints, started as `program` by a shell; `meanwhile` is a command that the shell
-/// runs while the probe waits.
-Bundle probe(const fs::path& program, const std::string& meanwhile = ":") {
-  const std::string command = "(sleep 0.1; " + meanwhile + "; echo) | '" + program.native() + "'";
-  FILE* const pipe = ::popen(command.c_str(), "r");
-  std::string output;
-  std::array<char, 1024> buffer;
-  while (const std::size_t count = ::fread(buffer.data(), 1, buffer.size(), pipe)) {
-    output.append(buffer.data(), count);
-  }
-  EXPECT_EQ(::pclose(pipe), 0);
-  std::vector<std::string> lines;
-  for (std::size_t start = 0, end; (end = output.find('\n', start)) != std::string::npos;
-       start = end + 1) {
-    lines.push_back(output.substr(start, end - start));
-  }
-  lines.resize(3);
-  return {lines[0], lines[1], lines[2]};
+/// What the probe prints, started as `program`; `change` is what it does to its file meanwhile.
+Bundle probe(const fs::path& program, const std::string& change = "") {
+  std::istringstream output(outputOf("'" + program.native() + "' " + change));
+  Bundle bundle;
+  std::getline(output, bundle.executable);
+  std::getline(output, bundle.resource);
+  std::getline(output, bundle.launchctl);
+  return bundle;
 }
 
 TEST(Bundle, aFolderThatWasMovedIsAWholeBundle) {
@@ -69,11 +57,11 @@ TEST(Bundle, aProgramStartedThroughALinkIsTheFileItself) {
 TEST(Bundle, aProgramThatWasReplacedWhileItRunsKeepsItsName) {
   const TemporaryFolder folder;
   const fs::path program = folder / "probe";
-  const std::string remove = "rm '" + program.native() + "'";
-  fs::copy_file(BUNDLE_PROBE, program);
-  EXPECT_EQ(probe(program, remove).executable, program);
-  fs::copy_file(BUNDLE_PROBE, program);
-  EXPECT_EQ(probe(program, remove + "; touch '" + program.native() + "'").executable, program);
+  for (const char* change : {"remove", "replace"}) {
+    fs::remove(program);
+    fs::copy_file(BUNDLE_PROBE, program);
+    EXPECT_EQ(probe(program, change).executable, program) << change;
+  }
 }
 
 TEST(Bundle, aNameThatEndsLikeTheMarkOfARemovedFileIsAName) {
