@@ -82,6 +82,11 @@ def test_application_and_system_are_those_of_the_bundle():
     assert f"macOS {oldest} or later" in DOCUMENT
 
 
+def test_the_changes_begin_with_the_version_that_is_built():
+    [version] = found("CMakeLists.txt", r"project\(VelmorPellix VERSION ([\d.]+)")
+    assert found("CHANGELOG.md", r"\n## ([\d.]+)")[0] == version
+
+
 def anchors_of(name):
     text = (ROOT / "docs" / name).read_text(encoding="utf-8")
     return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")

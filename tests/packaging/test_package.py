@@ -211,6 +211,30 @@ def test_a_run_does_what_the_dry_run_prints(tree, variables):
     assert tree.made() == MADE
 
 
+@pytest.mark.parametrize("text", [
+    "a b", "$(touch pwned)", "`touch pwned`", "; touch pwned", "'", '"', "\\", "a\nb", "*", "~", "-n", "--help=",
+    "é 東京", "&& touch pwned", "%s%n", "!!", "#"])
+def test_what_a_dry_run_prints_can_be_typed_whatever_the_options_hold(tree, text):
+    options = [GUARD, SITE, f"-DX={text}", text]
+    printed = tree.package("--dry-run", *options).stdout
+    line = printed.split("== build\n")[1].split("\n== stage")[0]
+    typed = subprocess.run(["/bin/bash", "-c", line.replace("script/build", "printf '%s\\0'", 1)],
+                           cwd=tree.folder, check=True, stdout=subprocess.PIPE, text=True)
+    assert typed.stdout.split("\0")[:-1] == options
+    assert not (tree.folder / "pwned").exists()
+
+
+@pytest.mark.parametrize("text", ["$(touch pwned)", "`touch pwned`", "'; touch pwned; '", "-", "a\nb", "Velmor (ABC)"])
+def test_identities_reach_the_tools_as_they_are(tree, text):
+    variables = {name: text for name in NOTARISED}
+    assert tree.package(GUARD, SITE, variables=variables).returncode == 0
+    quoted = subprocess.run(["/bin/bash", "-c", 'printf %q "$1"', "-", text], check=True, text=True,
+                            stdout=subprocess.PIPE).stdout
+    assert f"--sign {quoted} --timestamp" in tree.calls("productsign")[0]
+    assert all(f"--keychain-profile {quoted} " in line for line in tree.calls("xcrun notarytool submit"))
+    assert not list(tree.folder.rglob("pwned"))
+
+
 def test_a_dry_run_works_on_any_machine(tree):
     shutil.rmtree(tree.folder / "bin")
     assert commands(tree, NOTARISED)

@@ -18,7 +18,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 REAL = ("cc", "installer", "launchctl", "open", "pgrep", "pkill", "ps", "sudo", "uname")
 LAUNCHCTL = ROOT / "standin/launchctl"
 PACKAGE = """#!/bin/bash
-echo "script/package $*"
+echo "script/package $*, signed by ${PELLIX_APPLICATION_IDENTITY:-nobody}"
 rm -rf build/package && mkdir -p build/package && cd build/package || exit
 echo package >VelmorPellix-1.0.0.pkg
 cp ../../packaging/macos/uninstall .
@@ -147,7 +147,8 @@ class Rehearsal:
 
     def environment(self):
         return os.environ | {
-            "HOME": str(self.home), "MAC": str(self.mac.folder), "MAC_UID": "501", "LAUNCHCTL": str(LAUNCHCTL),
+            "HOME": str(self.home), "MAC": str(self.mac.folder), "MAC_UID": "501",
+            "PELLIX_APPLICATION_IDENTITY": "somebody", "LAUNCHCTL": str(LAUNCHCTL),
             "PATH": f"{self.mac.tools}:/usr/bin:/bin", "PELLIX_TOOLS": str(self.mac.tools),
             "PELLIX_ROOT": str(self.mac.folder / "disk"), "REHEARSED": str(HERE / "rehearsed_application")}
 
@@ -183,7 +184,7 @@ def test_a_rehearsal_installs_runs_installs_again_and_leaves_nothing(rehearsal):
     assert result.returncode == 0, result.stdout + result.stderr
     assert result.stdout.endswith("the application polled, and nothing is left of it.\n")
     guard = rehearsal.folder / "build/rehearsal/velmor-guard"
-    assert f"script/package -DVELMOR_GUARD={guard} -DX=1\n" in result.stdout
+    assert f"script/package -DVELMOR_GUARD={guard} -DX=1, signed by nobody\n" in result.stdout
     assert "examined\n(exit status 7)\n" in result.stdout
     assert rehearsal.left() == []
 
