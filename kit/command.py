@@ -54,12 +54,16 @@ def described(rule):
             "expected": rule.expected, "mend": rule.mend}
 
 
-def outcome_of(rule, session):
+def outcome_of(rule, session, kept):
+    """`kept` are the names of the rules that have held so far."""
     try:
-        return Outcome(rule, OK, printable(rule.check(session)))
-    except Untold as reason:
-        return Outcome(rule, SKIPPED, str(reason))
-    except NotSo as seen:
+        try:
+            return Outcome(rule, OK, printable(rule.check(session)))
+        except Untold as reason:
+            if reason.rule in kept:
+                raise NotSo(f"nothing: {reason} any more") from None
+            return Outcome(rule, SKIPPED, str(reason))
+    except (NotSo, OSError) as seen:  # nothing here fails but for what the service has done
         session.note_death(0.2)
         session.forget()  # whatever state it is in, the next rule gets a new one
         return Outcome(rule, FAILED if rule.is_must else UNHEEDED, printable(str(seen)))
@@ -69,11 +73,15 @@ def outcomes(program, patience, skipped):
     with Session(program, patience) as session:
         try:
             session.install()
+            kept = set()
             for rule in RULES:
                 if any(fnmatch.fnmatchcase(rule.name, pattern) for pattern in skipped):
                     yield Outcome(rule, SKIPPED, "you asked for it")
-                else:
-                    yield outcome_of(rule, session)
+                    continue
+                outcome = outcome_of(rule, session, kept)
+                if outcome.result == OK:
+                    kept.add(rule.name)
+                yield outcome
         finally:
             hold_interrupts()
 
@@ -99,9 +107,9 @@ def hold_interrupts():
 def check(options):
     seen = []
     why, status = None, None
-    interrupt_on_signals(options.limit * options.patience)
     running = outcomes(options.program, options.patience, options.skip)
     try:
+        interrupt_on_signals(options.limit * options.patience)
         for outcome in running:
             seen.append(outcome)
             if not options.json:
@@ -188,3 +196,6 @@ def main(arguments):
     except BrokenPipeError:  # whoever read this has seen enough
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 1
+    except OSError as problem:  # no room for a copy, say
+        print(f"check-service: {problem}", file=sys.stderr)
+        return 2

@@ -3,6 +3,7 @@
 import contextlib
 import http.client
 import io
+import re
 import socket
 import time
 import types
@@ -41,6 +42,13 @@ class Wire(io.RawIOBase):
         return count
 
 
+class Bounded(io.BufferedReader):
+    """Never makes room for more than may come, whatever is announced."""
+
+    def read(self, size=-1):
+        return super().read(LARGEST + 1 if size is None or size < 0 else min(size, LARGEST + 1))
+
+
 class Answer:
     def __init__(self, response, start):
         self.code = response.status
@@ -48,6 +56,19 @@ class Answer:
         self.is_measured = response.length is not None or response.chunked
         self.body = response.read()
         self.seconds = time.monotonic() - start
+
+
+def check_framing(header):
+    """What says how the body is to be read must be right."""
+    length = header("Content-Length", "0")
+    transfer = header("Transfer-Encoding", "chunked").lower()
+    if not re.fullmatch("[0-9]{1,15}", length):
+        raise Broken(f"Content-Length: {quoted(length)}")
+    if transfer not in ("chunked", "identity"):
+        raise Broken(f"Transfer-Encoding: {quoted(transfer)}")
+    encoding = header("Content-Encoding", "identity")
+    if encoding != "identity":
+        raise Broken(f"nobody asked for the encoding {quoted(encoding)}")
 
 
 def left(deadline):
@@ -78,13 +99,11 @@ def exchange(port, data, seconds, connection=None):
             connection.settimeout(left(start + seconds))
             with contextlib.suppress(ConnectionError):  # an answer may have come before the end
                 connection.sendall(data)
-            wire = io.BufferedReader(Wire(connection, start + seconds))
+            wire = Bounded(Wire(connection, start + seconds))
             response = http.client.HTTPResponse(
                 types.SimpleNamespace(makefile=lambda mode: wire), method="GET")
             response.begin()
-            encoding = response.getheader("Content-Encoding", "identity")
-            if encoding != "identity":
-                raise Broken(f"nobody asked for the encoding {quoted(encoding)}")
+            check_framing(response.getheader)
             return Answer(response, start)
     except (socket.timeout, TimeoutError, Late):
         raise Late(f"no whole answer within {seconds:g} s") from None

@@ -8,11 +8,15 @@ class NotSo(Exception):
 
 
 class Untold(Exception):
-    """Why there is nothing to be said about a rule."""
+    """Why there is nothing to be said about a rule, and by which other rule if it is one."""
+
+    rule = None
 
     @classmethod
     def because(cls, rule):
-        return cls(f"{rule} does not hold")
+        reason = cls(f"{rule} does not hold")
+        reason.rule = rule
+        return reason
 
 
 def printable(text):

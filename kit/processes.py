@@ -9,7 +9,7 @@ import sys
 import threading
 import time
 
-from kit.outcome import quoted
+from kit.outcome import NotSo, quoted
 
 PR_SET_CHILD_SUBREAPER = 36
 KEPT = 1 << 16  # of each output; what is beyond is counted
@@ -44,9 +44,12 @@ class Process:
 
     def __init__(self, arguments, environment):
         self.started = time.monotonic()
-        self.popen = subprocess.Popen(
-            arguments, env=environment, cwd="/", stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, start_new_session=True)
+        try:
+            self.popen = subprocess.Popen(
+                arguments, env=environment, cwd="/", stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+        except OSError as error:
+            raise NotSo(f"it cannot be started: {error.strerror}") from None
         self.out = Output(self.popen.stdout)
         self.err = Output(self.popen.stderr)
 

@@ -6,6 +6,7 @@ that of a check: later rules use what earlier ones have started or asked.
 
 import dataclasses
 import html.parser
+import re
 import threading
 import time
 import urllib.parse
@@ -24,6 +25,7 @@ QUIET_BYTES = 300
 LONGEST_ID = 100
 FOREIGN_SITE = "https://elsewhere.example"
 REDIRECTS = 3
+PAGE_PART = 1 << 16  # bytes of a page in which there has to be something to use
 
 
 @dataclasses.dataclass(frozen=True)
@@ -57,7 +59,10 @@ def rule(*facts):
 @must("id-ends", f"`id --json` exits with 0 after at most {ID_SECONDS} seconds",
       "Compute the ID without network and prompts: the application shows nothing until it has it.")
 def _(session):
-    run = session.identity()
+    try:
+        run = session.identity()
+    except Untold:
+        raise NotSo(session.unstartable) from None
     if run.ended_with is None:
         raise NotSo(f"it still runs after {run.seconds:.1f} s")
     if run.ended_with != 0:
@@ -200,8 +205,8 @@ def _(session):
     control = direct(session).header("Cache-Control", "")
     words = {word.strip().lower() for word in control.split(",")}
     if not words & {"no-store", "no-cache"}:
-        raise NotSo(f"Cache-Control: {control}" if control else "no Cache-Control")
-    return f"Cache-Control: {control}"
+        raise NotSo(f"Cache-Control: {quoted(control)}" if control else "no Cache-Control")
+    return f"Cache-Control: {quoted(control)}"
 
 
 @must("status-json", "It is one JSON object in UTF-8 that every reader reads alike",
@@ -298,10 +303,13 @@ def page_at(session, path):
         if not 300 <= answer.code < 400 or not target:
             return answer
         here = f"http://127.0.0.1:{session.port}"
-        address = urllib.parse.urljoin(here + path, target)
-        if not address.startswith(here + "/"):
-            return answer
+        try:
+            address = urllib.parse.urljoin(here + path, target)
+        except ValueError:
+            raise NotSo(f"{path} leads to {quoted(target)}") from None
         path = address[len(here):].partition("#")[0]
+        if not address.startswith(here + "/") or not re.fullmatch("[!-~]+", path):
+            return answer
     raise NotSo(f"more than {REDIRECTS} redirects")
 
 
@@ -329,7 +337,7 @@ def _(session):
 def _(session):
     answer = page_at(session, "/")
     must_be_page(answer)
-    page = Page(answer.body.decode("utf-8", "replace"))
+    page = Page(answer.body[:PAGE_PART].decode("utf-8", "replace"))
     if not page.controls:
         raise NotSo("a page without a form, a button or a link")
     return f"a page with {len(page.controls)} controls"
@@ -397,7 +405,7 @@ def _(session):
                         headers=[header, *form])
     allowed = session.answer().header("Access-Control-Allow-Origin")
     if allowed:
-        raise NotSo(f"Access-Control-Allow-Origin: {allowed} lets pages read it")
+        raise NotSo(f"Access-Control-Allow-Origin: {quoted(allowed)} lets pages read it")
     return "refused"
 
 
@@ -595,10 +603,11 @@ def _(session):
     return seen
 
 
-@must("keeps-running", "It never ends by itself",
+@must("keeps-running", "It never ends by itself, and can be started again",
       "Catch what goes wrong while serving: launchd waits up to 10 seconds before it starts it again.")
 def _(session):
-    session.service()
+    if session.broken != "keeps-running":
+        session.service()
     if session.deaths:
         raise NotSo(session.deaths[0])
     return "it runs"
@@ -607,11 +616,16 @@ def _(session):
 @must("keeps-files", "It leaves the program and managed.json as they are",
       "Keep your own state in other files: these two are replaced at every launch.")
 def _(session):
-    if session.installed.read_bytes() != session.program.read_bytes():
+    if content(session.installed) != session.program.read_bytes():
         raise NotSo("the program has changed")
-    if session.managed.read_text(encoding="utf-8") not in map(managed_text, SITES):
+    if content(session.managed) not in [managed_text(site).encode() for site in SITES]:
         raise NotSo("managed.json has changed")
     return "they are"
+
+
+def content(path):
+    """What is in a file; nothing if it is none."""
+    return path.read_bytes() if path.is_file() else None
 
 
 # The file, on a Mac ----------------------------------------------------------------

@@ -41,9 +41,11 @@ class Session:
         self.running = None  # the process that serves, with its port
         self.port = None
         self.broken = None  # the rule without which the service cannot be asked
+        self.has_listened = False
         self.deaths = []  # ends of the service that nobody wanted
         self.left_open = []  # connections that outlive the service
         self.identity_run = None
+        self.unstartable = None  # why there is none
         self.first_answer = None
 
     def __enter__(self):
@@ -55,6 +57,13 @@ class Session:
         left = kill_all_for(self.home)
         if left:
             print(f"These processes do not end: {left}", file=sys.stderr)
+        self.remove()
+
+    def remove(self):
+        for folder, names, _files in os.walk(self.folder):
+            for path in (os.path.join(folder, name) for name in names):
+                if not os.path.islink(path):
+                    os.chmod(path, 0o700)
         shutil.rmtree(self.folder, ignore_errors=True)
 
     # The installation ------------------------------------------------------------
@@ -75,7 +84,10 @@ class Session:
         os.replace(new, self.managed)
 
     def environment(self, **more):
-        user = pwd.getpwuid(os.getuid()).pw_name
+        try:
+            user = pwd.getpwuid(os.getuid()).pw_name
+        except KeyError:
+            user = str(os.getuid())
         environment = {
             "HOME": str(self.home), "USER": user, "LOGNAME": user, "SHELL": "/bin/sh",
             "PATH": "/usr/bin:/bin:/usr/sbin:/sbin", "TMPDIR": f"{self.folder / 'tmp'}/"}
@@ -88,9 +100,12 @@ class Session:
 
     # The two commands ------------------------------------------------------------
 
+    def process(self, *arguments, **variables):
+        return Process([str(self.installed), *arguments], self.environment(**variables))
+
     def identify(self):
         """One run of `id --json`, ended if it does not end."""
-        process = Process([str(self.installed), "id", "--json"], self.environment())
+        process = self.process("id", "--json")
         status = process.wait(self.limit(ID_SECONDS))
         process.seconds = time.monotonic() - process.started
         process.kill()
@@ -99,8 +114,14 @@ class Session:
 
     def identity(self):
         """The first such run."""
+        if self.unstartable:
+            raise Untold.because("id-ends")
         if self.identity_run is None:
-            self.identity_run = self.identify()
+            try:
+                self.identity_run = self.identify()
+            except NotSo as problem:
+                self.unstartable = str(problem)
+                raise Untold.because("id-ends") from None
         return self.identity_run
 
     def identifier(self):
@@ -111,8 +132,8 @@ class Session:
             raise Untold.because("id-json") from None
 
     def run(self, port):
-        return Process([str(self.installed), "run", "--port", str(port)], self.environment(
-            VLX_QUIET="1", XPC_SERVICE_NAME="com.velmor.pellix"))
+        return self.process("run", "--port", str(port), VLX_QUIET="1",
+                            XPC_SERVICE_NAME="com.velmor.pellix")
 
     def start(self, port=None):
         """Starts the service and waits until it listens. Returns it once it does."""
@@ -127,6 +148,7 @@ class Session:
                 self.running = None
                 raise NotSo(process.end())
             time.sleep(0.01)
+        self.has_listened = True
         process.startup = time.monotonic() - process.started
         return process
 
@@ -138,9 +160,10 @@ class Session:
         if not self.running:
             try:
                 self.start()
-            except NotSo:
-                self.broken = "listens"
-                raise Untold.because("listens") from None
+            except NotSo as problem:
+                self.broken = "keeps-running" if self.has_listened else "listens"
+                self.deaths.append(f"it does not start again: {problem}")
+                raise Untold.because(self.broken) from None
         return self.running
 
     def note_death(self, patience=0.0):

@@ -6,6 +6,7 @@ import os
 import pathlib
 import re
 import signal
+import subprocess
 import time
 
 import pytest
@@ -82,6 +83,13 @@ def test_the_program_may_be_called_from_anywhere(make, monkeypatch):
     path = make()
     monkeypatch.chdir(path.parent)
     assert run("velmor-guard", "--skip", "[!i]*").returncode == 0
+
+
+def test_where_nothing_can_be_installed_nothing_is_checked(make):
+    result = subprocess.run(["/bin/bash", "-c", 'ulimit -f 1; exec "$@"', "", COMMAND, make()],
+                            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
+    assert (result.returncode, result.stdout) == (2, "")
+    assert re.fullmatch("check-service: .*File too large.*\n", result.stderr)
 
 
 # What it prints
