@@ -18,7 +18,8 @@ def listeners(pids, port):
     if (PROC_NET / "tcp").exists():
         return from_proc({inode for pid in pids for inode in sockets_of(pid)}, port)
     listing = subprocess.run(
-        ["/usr/sbin/lsof", "-nP", "-a", "-p", ",".join(map(str, pids)), "-iTCP", "-sTCP:LISTEN", "-Fn"],
+        ["/usr/sbin/lsof", "-nP", "-a", "-p", ",".join(map(str, pids)), "-iTCP", "-sTCP:LISTEN",
+         "-Fn"],
         check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
         timeout=20)
     return from_lsof(listing.stdout.decode("utf-8", "replace"))

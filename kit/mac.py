@@ -42,18 +42,19 @@ def load_commands(program):
 
 def oldest_systems(program):
     """For each architecture the oldest system that it runs on, or an empty text."""
-    return {name: first(r"\bcmd LC_(?:BUILD_VERSION|VERSION_MIN_MACOSX)\n(?:(?!Load command).*\n)*?"
-                        r"\s*(?:minos|version) ([\d.]+)", text)
+    return {name: first(r"\bcmd LC_BUILD_VERSION\n.*\n *platform (?i:1|macos)\n *minos ([\d.]+)\n",
+                        text)
+            or first(r"\bcmd LC_VERSION_MIN_MACOSX\n.*\n *version ([\d.]+)\n", text)
             for name, text in load_commands(program).items()}
 
 
 def identifiers(program):
-    return {name: first(r"\bcmd LC_UUID\n(?:(?!Load command).*\n)*?\s*uuid (\S+)", text)
+    return {name: first(r"\bcmd LC_UUID\n.*\n *uuid (?![0-]+$)(\S+)\n", text)
             for name, text in load_commands(program).items()}
 
 
 def first(pattern, text):
-    match = re.search(pattern, text)
+    match = re.search(pattern, text, re.MULTILINE)
     return match[1] if match else ""
 
 
@@ -67,11 +68,13 @@ def listed(found):
 
 
 def entitlements(program):
-    """Those in its signature; none without one."""
-    data = output("codesign", "-d", "--entitlements", "-", "--xml", program)
-    if not data:
-        return {}
-    try:
-        return plistlib.loads(data)
-    except Exception as problem:  # each kind of damage has its own
-        raise NotSo(f"unreadable entitlements: {problem}") from None
+    """Those in its signature in either architecture; none without one."""
+    found = {}
+    for name in ARCHITECTURES:
+        data = output("codesign", "--display", "--entitlements", "-", "--xml", "--architecture",
+                      name, program)
+        try:
+            found.update(plistlib.loads(data) if data else {})
+        except Exception as problem:  # each kind of damage has its own
+            raise NotSo(f"unreadable entitlements: {problem}") from None
+    return found

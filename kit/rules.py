@@ -1,7 +1,7 @@
 """Every rule for a velmor-guard: what is expected, how to mend it, and how to find out.
 
-A rule's function returns what it saw, raises NotSo with what it saw instead, or Untold. The order is
-that of a check: later rules use what earlier ones have started or asked.
+A rule's function returns what it saw, raises NotSo with what it saw instead, or Untold. The order
+is that of a check: later rules use what earlier ones have started or asked.
 """
 
 import dataclasses
@@ -80,14 +80,14 @@ def _(session):
     return seen
 
 
-@must("id-json", "`id --json` prints one JSON object in UTF-8 whose `device_id` is a text, not empty",
+@must("id-json", "`id --json` prints one JSON object in UTF-8 with a text, not empty, as `device_id`",
       'Print {"device_id": "…"} and nothing else to standard output.')
 def _(session):
     return quoted(contract.identifier(session.identity().out.data))
 
 
 @advice("id-plain", f"The device ID is one line of at most {LONGEST_ID} printable characters",
-        "People read it in the menu and send it by mail: keep it short, without blanks at its ends.")
+        "People read it in the menu and send it by mail: keep it short, with no blanks around it.")
 def _(session):
     found = session.identifier()
     if len(found) > LONGEST_ID or not found.isprintable() or found != found.strip():
@@ -210,7 +210,7 @@ def _(session):
 
 
 @must("status-json", "It is one JSON object in UTF-8 that every reader reads alike",
-      "No byte-order mark, no two members of one name, no NaN, no half surrogates, nothing around it.")
+      "No byte-order mark, no two members of one name, no NaN, no half surrogate, nothing around it.")
 def _(session):
     return f"{len(contract.json_object(direct(session).body))} members"
 
@@ -495,8 +495,9 @@ def _(session):
 
 # Stopping and starting -----------------------------------------------------------
 
-@must("taken-port", f"A second one on a taken port fails after at most {TAKEN_SECONDS} seconds and says why",
-      "Exit with a failure and one line on standard error, also under VLX_QUIET=1; launchd tries again.")
+@must("taken-port",
+      f"A second one on a taken port fails after at most {TAKEN_SECONDS} seconds and says why",
+      "Exit with a failure and a line on standard error, VLX_QUIET=1 or not; launchd tries again.")
 def _(session):
     session.service()
     second = session.run(session.port)
@@ -514,7 +515,7 @@ def _(session):
 
 
 @must("stop", f"It ends at most {STOP_SECONDS} seconds after SIGTERM, also with connections open",
-      "Exit at once: launchd kills after some seconds, and does not load the new one before the end.")
+      "Exit at once: launchd kills after some seconds, and loads no new one before the end.")
 def _(session):
     service = session.service()
     half = exchange.request(session.port, "/status.json")[:-4]
@@ -604,7 +605,7 @@ def _(session):
 
 
 @must("keeps-running", "It never ends by itself, and can be started again",
-      "Catch what goes wrong while serving: launchd waits up to 10 seconds before it starts it again.")
+      "Catch what goes wrong while serving: launchd waits up to 10 seconds before another start.")
 def _(session):
     if session.broken != "keeps-running":
         session.service()

@@ -1,4 +1,4 @@
-"""What the tests run script/check-service with: services that differ from a right one in one thing."""
+"""What the tests run script/check-service with: services that differ from a right one."""
 
 import functools
 import json

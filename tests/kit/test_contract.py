@@ -241,4 +241,4 @@ def test_the_oldest_system_and_the_architectures_are_those_of_the_application():
     lists = (ROOT / "CMakeLists.txt").read_text(encoding="utf-8")
     assert re.search(r"DEPLOYMENT_TARGET ([\d.]+)", lists)[1] == mac.OLDEST
     package = (ROOT / "script" / "package").read_text(encoding="utf-8")
-    assert f"-verify_arch {' '.join(mac.ARCHITECTURES)}" in package
+    assert f"architectures=({' '.join(mac.ARCHITECTURES)})" in package

@@ -92,7 +92,9 @@ def test_a_right_file_keeps_the_rules(check, tmp_path):
     assert report.seen("mac-oldest") == "x86_64: 10.13, arm64: 12.0"
     assert report.seen("mac-entitlements") == "com.apple.security.network.client"
     program = tmp_path / "made" / "velmor-guard"
-    assert report.calls == [f"-d --entitlements - --xml {program}", f"-archs {program}",
+    signature = "--display --entitlements - --xml --architecture"
+    assert report.calls == [f"{signature} arm64 {program}\n{signature} x86_64 {program}",
+                            f"-archs {program}",
                             f"-arch all -l {program}\n-arch all -l {program}"]
 
 
@@ -104,6 +106,10 @@ def test_a_right_file_keeps_the_rules(check, tmp_path):
     ("mac-uuid", {"otool": both(uuid=ARM)}, f"x86_64: {ARM}, arm64: {ARM}"),
     ("mac-uuid", {"otool": both().replace("cmd LC_UUID", "cmd LC_OTHER", 1)},
      f"x86_64: none, arm64: {ARM}"),
+    ("mac-uuid", {"otool": both(uuid="00000000-0000-0000-0000-000000000000")},
+     f"x86_64: none, arm64: {ARM}"),
+    ("mac-oldest", {"otool": both().replace("platform 1\n", "platform 2\n")},
+     "x86_64: 10.13, arm64: none"),
     ("mac-entitlements", {"codesign": plistlib.dumps({
         "com.apple.security.get-task-allow": True})}, "it does"),
     ("mac-entitlements", {"codesign": b"\xff\x00"}, "unreadable entitlements"),

@@ -158,7 +158,7 @@ breaking("status-length", "none", """
         return head.replace(b"\\r\\nContent-Length: 0", b"") + status_body()
     """)
 headers("status-fresh", "for a minute", {"Cache-Control": "max-age=60"})
-body("status-json", "UTF-16", '{"state": "not_enrolled", "site": "https://one.site.example"}'.encode("utf-16"))
+body("status-json", "UTF-16", '{"state": "not_enrolled"}'.encode("utf-16"))
 body("status-json", "two states", b'{"state": "revoked", "state": "authorized"}')
 member("status-members", "a number", email=4711)
 member("status-state", "capitals", state="Authorized")

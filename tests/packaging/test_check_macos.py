@@ -25,6 +25,7 @@ TOOLS = {
 }
 PROJECT = {
     "script/build": "",
+    "script/check-service": "",
     "standin/velmor-guard": "echo GET /status.json; exec /bin/sleep 60",
     "build/Velmor Pellix.app/Contents/MacOS/Velmor Pellix": """
         support="$HOME/Library/Application Support/VelmorPellix"
@@ -114,7 +115,8 @@ def test_the_last_line_says_what_held(tree):
     result = tree.check()
     assert (result.returncode, result.stderr) == (0, "")
     assert result.stdout.splitlines()[-1] == (
-        "Held: the application builds for arm64 and x86_64; unit and contract tests pass; no leak is "
+        "Held: the application builds for arm64 and x86_64; unit and contract tests pass; the "
+        "stand-in keeps the contract of a service; no leak is "
         "ours (in all 0 leaks for 0 bytes); it started, installed the service and asked for the "
         "status.")
     assert tree.left() == []
