@@ -59,7 +59,7 @@ TEST_F(EnsureInstalled, doesItsStepsInOrderOnAFreshHome) {
 
 TEST_F(EnsureInstalled, managedSiteIsOneLineOfJson) {
   Installer::ensureInstalled();
-  EXPECT_EQ(platform().files.at(managed).content, R"({"site":"https://intranet.velmor.example"})");
+  EXPECT_EQ(platform().files.at(managed).content, R"({"site":")" VELMOR_SITE_URL R"("})");
 }
 
 TEST_F(EnsureInstalled, replacesTheInstalledGuardAndMakesItExecutable) {
@@ -87,7 +87,7 @@ TEST_F(EnsureInstalled, runningTwiceLeavesTheSameFiles) {
 TEST_F(EnsureInstalled, handEditedManagedSiteIsReplaced) {
   platform().files[managed] = {.content = R"({"site":"https://elsewhere.example"})"};
   Installer::ensureInstalled();
-  EXPECT_EQ(platform().files.at(managed).content, R"({"site":"https://intranet.velmor.example"})");
+  EXPECT_EQ(platform().files.at(managed).content, R"({"site":")" VELMOR_SITE_URL R"("})");
 }
 
 TEST_F(EnsureInstalled, onlyTheServiceIsRegistered) {

@@ -1,0 +1,34 @@
+"""The documents name what there is."""
+
+import re
+
+from sources import ROOT, read
+
+
+def folders_named(text):
+    names = set()
+    for path in re.findall(r"`(tests/[^`]*)`", text):
+        before, braces, after = path.partition("{")
+        for name in after.rstrip("}").split(",") if braces else [""]:
+            names.add((before + name).split("/")[1])
+    return names
+
+
+def test_every_folder_of_tests_is_described():
+    folders = {path.name for path in (ROOT / "tests").iterdir()
+               if path.is_dir() and any(path.rglob("*.*")) and not path.name.startswith((".", "_"))}
+    assert folders - folders_named(read("docs/testing.md")) == set()
+
+
+def test_every_command_is_described():
+    commands = {path.name for path in (ROOT / "script").iterdir()}
+    named = set(re.findall(r"script/([\w-]+)", "".join(
+        read(path) for path in ("README.md", "CONTRIBUTING.md", "docs/testing.md"))))
+    assert commands - named == set()
+
+
+def test_every_path_that_a_guide_names_is_there():
+    for path in ("README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/testing.md"):
+        for name in re.findall(r"`((?:app|client|cmake|docs|identity|install|model|packaging|platform"
+                               r"|resources|script|standin|tests)/[\w./-]+)", read(path)):
+            assert (ROOT / name).exists(), f"{path}: {name}"
