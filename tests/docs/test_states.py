@@ -13,10 +13,12 @@ PLACES = {
     "tests/model/TrustStateTest.cpp": '"{wire}"',
     "tests/app/StatusMenuTest.cpp": 'button("{symbol}", "{summary}"',
     "tests/cocoa/ApplicationTest.mm": '"{wire}", "{symbol} ',
+    "tests/cocoa/doubles/AppKit.mm": '"{symbol}"',
     "tests/fuzz/status_decoding.dict": '"{wire}"',
     "standin/velmor-guard": '"{wire}": (',
     "standin/README.md": "`{wire}`",
     "docs/service-contract.md": '"state": "{wire}"',
+    "docs/status.schema.json": '"{wire}"',
     "docs/deployment.md": "| {summary} |",
     "README.md": "![{summary}](docs/images/menu-{wire}.png)",
 }
