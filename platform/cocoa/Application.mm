@@ -34,29 +34,43 @@ static_assert(static_cast<int>(NSApplicationActivationPolicyAccessory) ==
 static_assert(static_cast<int>(NSApplicationActivationPolicyProhibited) ==
               static_cast<int>(ActivationPolicy::prohibited));
 
-// An accessory's main menu is never shown, but it is where AppKit looks up Command-C and Command-A
-// for text that can be selected. Without a target the items go to the text that has the keyboard.
+// An accessory's main menu is never shown, but it is where AppKit looks up Command and a key.
+// Without a target an item goes to the text that has the keyboard, else to the window around it.
 NSMenu* mainMenu() {
+  NSMenu* file = [[NSMenu alloc] initWithTitle:@"File"];
+  [file addItemWithTitle:@"Close" action:@selector(performClose:) keyEquivalent:@"w"];
   NSMenu* edit = [[NSMenu alloc] initWithTitle:@"Edit"];
   [edit addItemWithTitle:@"Copy" action:@selector(copy:) keyEquivalent:@"c"];
   [edit addItemWithTitle:@"Select All" action:@selector(selectAll:) keyEquivalent:@"a"];
   NSMenu* bar = [[NSMenu alloc] initWithTitle:@""];
-  NSMenuItem* item = [bar addItemWithTitle:@"Edit" action:nil keyEquivalent:@""];
-  [bar setSubmenu:edit forItem:item];
+  for (NSMenu* menu in @[ file, edit ])
+    [bar setSubmenu:menu forItem:[bar addItemWithTitle:menu.title action:nil keyEquivalent:@""]];
   return bar;
+}
+
+// A process without a window is slowed down until its timers come minutes late. This keeps it, but
+// not the Mac, awake.
+id<NSObject> beginActivity() {
+  return [NSProcessInfo.processInfo
+      beginActivityWithOptions:NSActivityUserInitiatedAllowingIdleSystemSleep
+                        reason:@"Shows the state of this Mac in the menu bar"];
 }
 
 }  // namespace
 
 struct Application::Implementation {
+  id<NSObject> activity;
   PellixApplicationDelegate* delegate = nil;  // NSApplication holds it weakly
 };
 
-Application::Application() : implementation(std::make_unique<Implementation>()) {
+Application::Application()
+    : implementation(std::make_unique<Implementation>(Implementation{beginActivity()})) {
   NSApplication.sharedApplication.mainMenu = mainMenu();
 }
 
-Application::~Application() = default;
+Application::~Application() {
+  [NSProcessInfo.processInfo endActivity:implementation->activity];
+}
 
 void Application::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {
   implementation->delegate =

@@ -20,6 +20,9 @@ namespace platform {
 
 /// Never nil, and keeps NULs: bytes that are not UTF-8 are read as Latin-1, which fits any.
 inline NSString* nsString(std::string_view text) {
+  // At the start of what is decoded, a byte-order mark is lost.
+  if (text.starts_with("\xEF\xBB\xBF"))
+    return [nsString("-" + std::string(text)) substringFromIndex:1];
   const auto decode = [text](NSStringEncoding encoding) {
     return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:encoding];
   };

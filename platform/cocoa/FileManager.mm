@@ -1,7 +1,9 @@
 #include "platform/FileManager.h"
 
+#include <cerrno>
+
 #include "platform/cocoa/Conversions.h"
-#include "platform/cocoa/Quarantine.h"
+#include "platform/cocoa/FileSystem.h"
 
 namespace platform::FileManager {
 namespace {
@@ -14,14 +16,30 @@ void throwUnless(BOOL succeeded, NSError* error) {
   if (!succeeded) throw fromNSError(error);
 }
 
-// A new folder on the volume of `url`, where a move is one rename. The system empties the place
-// where it lies, also of what was killed half-way.
-NSURL* replacementFolder(NSURL* folder, NSError** error) {
+// A new folder on the volume of `folder`, where a move is one rename; nil where there can be none.
+// The system empties the place where it lies, also of what was killed half-way.
+NSURL* replacementFolder(NSURL* folder) {
   return [manager() URLForDirectory:NSItemReplacementDirectory
                            inDomain:NSUserDomainMask
                   appropriateForURL:folder
                              create:YES
-                              error:error];
+                              error:nil];
+}
+
+BOOL copyDirectly(NSURL* source, NSURL* target, NSError** error) {
+  const BOOL copied = [manager() copyItemAtURL:source toURL:target error:error];
+  if (copied) dropQuarantine(fromNSUrl(target));
+  return copied;
+}
+
+// Tells of `target`, which the user knows, what happened to `whole`.
+NSError* errorOf(NSURL* target, NSURL* whole, NSError* error) {
+  NSMutableDictionary* info = [error.userInfo mutableCopy];
+  for (NSString* key in error.userInfo) {
+    if ([info[key] isEqual:whole.path]) info[key] = target.path;
+    if ([info[key] isEqual:whole]) info[key] = target;
+  }
+  return [NSError errorWithDomain:error.domain code:error.code userInfo:info];
 }
 
 }  // namespace
@@ -61,19 +79,24 @@ void copyItem(const std::filesystem::path& from, const std::filesystem::path& to
   NSError* error = nil;
   NSURL* source = nsUrl(from);
   NSURL* target = nsUrl(to);
-  if (fileExists(to)) {  // bound to fail, with an error that names the file in the way
-    const BOOL copied = [manager() copyItemAtURL:source toURL:target error:&error];
+  // What is in the way makes a direct copy fail, with an error that names it.
+  NSURL* folder = fileExists(to) ? nil : replacementFolder(target.URLByDeletingLastPathComponent);
+  if (folder == nil) {
+    const BOOL copied = copyDirectly(source, target, &error);
     return throwUnless(copied, error);
   }
-  NSURL* folder = replacementFolder(target.URLByDeletingLastPathComponent, &error);
   NSURL* whole = [folder URLByAppendingPathComponent:target.lastPathComponent isDirectory:NO];
-  BOOL copied = folder != nil && [manager() copyItemAtURL:source toURL:whole error:&error];
+  BOOL copied = [manager() copyItemAtURL:source toURL:whole error:&error];
   if (copied) {
     dropQuarantine(fromNSUrl(whole));  // before anybody sees the copy
-    copied = [manager() moveItemAtURL:whole toURL:target error:&error];
+    const int failure = renameExclusively(fromNSUrl(whole), to);
+    if (failure == EEXIST)
+      copied = copyDirectly(source, target, &error);
+    else if (failure != 0)
+      copied = [manager() moveItemAtURL:whole toURL:target error:&error];
   }
-  if (folder != nil) [manager() removeItemAtURL:folder error:nil];
-  throwUnless(copied, error);
+  [manager() removeItemAtURL:folder error:nil];
+  if (!copied) throw fromNSError(errorOf(target, whole, error));
 }
 
 void setPosixPermissions(const std::filesystem::path& path, unsigned permissions) {

@@ -3,13 +3,28 @@
 #include "platform/cocoa/Conversions.h"
 
 namespace platform {
+namespace {
+
+// The formatter divides a fraction by a power of ten, which from 35 digits on is 0: that ends the
+// process on Intel Macs. It reads milliseconds, in any script's digits.
+NSString* withShortFraction(NSString* text) {
+  const NSRange point = [text rangeOfString:@"."];
+  if (point.location == NSNotFound) return text;
+  return [text stringByReplacingOccurrencesOfString:@"(\\d{9})\\d+"
+                                         withString:@"$1"
+                                            options:NSRegularExpressionSearch
+                                              range:NSMakeRange(point.location,
+                                                                text.length - point.location)];
+}
+
+}  // namespace
 
 std::optional<Date> dateFromIso8601(const std::string& text, Iso8601Format format) {
   NSISO8601DateFormatter* formatter = [[NSISO8601DateFormatter alloc] init];
   if (format == Iso8601Format::internetDateTimeWithFractionalSeconds)
     formatter.formatOptions =
         NSISO8601DateFormatWithInternetDateTime | NSISO8601DateFormatWithFractionalSeconds;
-  NSDate* date = [formatter dateFromString:nsString(text)];
+  NSDate* date = [formatter dateFromString:withShortFraction(nsString(text))];
   if (date == nil) return std::nullopt;
   return Date(Date::duration(date.timeIntervalSince1970));
 }

@@ -46,6 +46,8 @@ NSImage* nsImage(const Image& image, std::optional<Color> tint) {
 
 struct StatusItem::Implementation {
   NSStatusItem* item;  // the status bar keeps only items that somebody else owns
+  // The menu that waits for its turn, or nil; the block that waits with it owns it as well.
+  std::shared_ptr<NSMenu*> next = std::make_shared<NSMenu*>(nil);
 };
 
 StatusItem::StatusItem(double length)
@@ -74,12 +76,16 @@ void StatusItem::setMenu(const Menu& menu) {
   // AppKit closes an open menu that is replaced, and a menu's items must live until the one that
   // was picked has sent its action. While a menu is open the run loop is in the event-tracking
   // mode, so what waits for the default mode comes after both; otherwise it comes before the next
-  // event.
+  // event. An alert may keep it waiting for days, so one block waits, for the last menu.
   NSStatusItem* item = implementation->item;
-  NSMenu* next = nsMenu(menu);
+  const auto next = implementation->next;
+  const bool isWaiting = *next != nil;
+  *next = nsMenu(menu);
+  if (isWaiting) return;
   [NSRunLoop.mainRunLoop performInModes:@[ NSDefaultRunLoopMode ]
                                   block:^{
-                                    item.menu = next;
+                                    item.menu = *next;
+                                    *next = nil;
                                   }];
 }
 

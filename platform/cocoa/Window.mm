@@ -53,7 +53,8 @@ NSFont* nsFont(const Font& font) {
 struct Window::Implementation {
   NSWindowController* controller = nil;                // owns the window, and that its views
   NSMutableArray<PellixActionTarget*>* targets = nil;  // the buttons hold them weakly
-  std::map<std::string, NSButton*> buttons = {};       // by identifier
+  NSButton* defaultButton = nil;
+  std::map<std::string, NSButton*> buttons = {};  // by identifier
 
   NSView* nsView(const View& view);
   NSView* content(const PlainView& plain);
@@ -72,7 +73,10 @@ NSView* Window::Implementation::content(const PlainView& plain) {
   NSView* made = [[NSView alloc] initWithFrame:NSZeroRect];
   if (plain.layer) {
     made.wantsLayer = YES;
-    made.layer.backgroundColor = nsColor(plain.layer->backgroundColor).CGColor;
+    NSColor* color = nsColor(plain.layer->backgroundColor);
+    [NSApp.effectiveAppearance performAsCurrentDrawingAppearance:^{
+      made.layer.backgroundColor = color.CGColor;
+    }];
     made.layer.cornerRadius = plain.layer->cornerRadius;
   }
   return made;
@@ -98,6 +102,7 @@ NSView* Window::Implementation::content(const Button& button) {
   made.bezelStyle = roundedBezelStyle;
   made.keyEquivalent = nsString(button.keyEquivalent);
   buttons[button.identifier] = made;
+  if (button.keyEquivalent == "\r") defaultButton = made;
   return made;
 }
 
@@ -112,6 +117,8 @@ Window::Window(const WindowContent& content) : implementation(std::make_unique<I
   implementation->controller = [[NSWindowController alloc] initWithWindow:window];
   implementation->controller.shouldCascadeWindows = NO;  // it stays where it was centred
   window.contentView = implementation->nsView(content.contentView);
+  // Else a text that can be selected has the keyboard, and opens selected.
+  window.initialFirstResponder = implementation->defaultButton;
 }
 
 Window::~Window() {

@@ -261,6 +261,7 @@ TEST_F(ApplicationTest, theDeviceIdWindowIsAsItWasDrawn) {
     EXPECT_FALSE(window.releasedWhenClosed);
     EXPECT_FALSE(window.windowController.shouldCascadeWindows);
     EXPECT_EQ(keyWindow(), window);
+    EXPECT_EQ(window.firstResponder, buttonTitled(window.contentView, @"Done"));
     EXPECT_GT(activations(), 0);
     EXPECT_EQ(
         describe(window.contentView),
@@ -460,6 +461,26 @@ TEST_F(ApplicationTest, pollsLeaveNothingBehind) {
   });
 }
 
+TEST_F(ApplicationTest, pollsWhileAnAlertWaitsLeaveOneMenuBehind) {
+  welcome();
+  run([] {
+    pollEnds();
+    answerAlert = [](NSAlert* alert) {
+      const int before = runtime::livingInstances()["NSMenu"];
+      for (int i = 0; i < 10; i++) {
+        advance(20);
+        pollEnds();
+      }
+      EXPECT_EQ(requests().size(), 11u);
+      EXPECT_EQ(runtime::livingInstances()["NSMenu"], before + 1);
+      EXPECT_EQ(waitingBlocks(), 1u);
+      return responseForKey(alert, @"\033");
+    };
+    pick(item(), @"Quit Pellix");
+    EXPECT_EQ(waitingBlocks(), 0u);
+  });
+}
+
 TEST_F(ApplicationTest, anAnswerAfterTheDelegateIsGoneDoesNothing) {
   welcome();
   answer.delay = 0.3;
@@ -537,6 +558,18 @@ TEST_F(ApplicationTest, pollsGoOnWhileAnAlertIsOpen) {
 }
 
 @end
+
+TEST_F(ApplicationTest, commandWClosesTheWindowAndTheProgramRunsOn) {
+  run([] {
+    pollEnds();
+    EXPECT_TRUE(pressCommandKey(@"w", nil));
+    EXPECT_EQ(visibleWindows().size(), 0u);
+    EXPECT_FALSE(pressCommandKey(@"w", nil)) << "no window is left that could close";
+    EXPECT_FALSE(isTerminated());
+    pick(item(), @"Show device ID…");
+    EXPECT_EQ(visibleWindows().size(), 1u);
+  });
+}
 
 TEST_F(ApplicationTest, selectedTextAnswersTheUsualKeys) {
   run([] {

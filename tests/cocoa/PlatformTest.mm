@@ -1,4 +1,5 @@
 #include <objc/runtime.h>
+#include <sys/xattr.h>
 
 #include "Commands.h"
 #include "FullDisk.h"
@@ -43,6 +44,12 @@ TEST_F(PlatformTest, textIsKeptWhateverItHolds) {
 
 TEST_F(PlatformTest, textThatIsNotUtf8IsReadAsLatin1) {
   EXPECT_EQ(fromNSString(nsString("caf\xE9")), "café");
+  EXPECT_EQ(fromNSString(nsString("\xEF\xBB\xBF\xE9")), "ï»¿é");
+}
+
+TEST_F(PlatformTest, aByteOrderMarkAtTheStartOfATextIsKept) {
+  for (const std::string text : {"\uFEFF", "\uFEFFGEN-1", "\uFEFF\uFEFFü", "x\uFEFF"})
+    EXPECT_EQ(fromNSString(nsString(text)), text);
 }
 
 TEST_F(PlatformTest, whatIsMissingIsEmpty) {
@@ -121,15 +128,77 @@ TEST_F(PlatformTest, thereMayBeNoApplicationSupportFolder) {
   EXPECT_TRUE(FileManager::applicationSupportDirectories().empty());
 }
 
+class CopyTest : public PlatformTest {
+ protected:
+  CopyTest() {
+    for (const auto& file : {from, to}) std::filesystem::create_directory(file.parent_path());
+    makeFile(from, std::string(1'000'000, 'x'));
+  }
+
+  /// The error of a copy that fails.
+  NSError* failure() const {
+    try {
+      FileManager::copyItem(from, to);
+    } catch (const Error& error) {
+      EXPECT_EQ(text(nsError(error).localizedDescription), error.description);
+      return nsError(error);
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return nil;
+  }
+
+  const std::filesystem::path from = home / "bundled/velmor-guard";
+  const std::filesystem::path to = home / "known/velmor-guard";
+};
+
+TEST_F(CopyTest, whatHasComeInBetweenIsNotReplaced) {
+  doubles::beforeRenaming = [this] { makeFile(to, "another's"); };
+  NSError* error = failure();
+  EXPECT_EQ(error.code, NSFileWriteFileExistsError);
+  EXPECT_NE(text(error.localizedDescription).find("“known”"), std::string::npos);
+  EXPECT_EQ(contentOf(to), "another's");
+}
+
+TEST_F(CopyTest, whereNoFileSystemRenamesExclusivelyTheFileIsMoved) {
+  doubles::renamesExclusively = false;
+  FileManager::copyItem(from, to);
+  EXPECT_EQ(contentOf(to), contentOf(from));
+}
+
+TEST_F(CopyTest, whereTheSystemGivesNoFolderTheFileIsCopiedDirectly) {
+  ASSERT_EQ(setxattr(from.c_str(), "com.apple.quarantine", "0081;0;;", 8, 0, XATTR_NOFOLLOW), 0);
+  doubles::givesReplacementFolder = false;
+  FileManager::copyItem(from, to);
+  EXPECT_EQ(contentOf(to), contentOf(from));
+  EXPECT_EQ(getxattr(to.c_str(), "com.apple.quarantine", nullptr, 0, 0, XATTR_NOFOLLOW), -1);
+  EXPECT_EQ(failure().code, NSFileWriteFileExistsError);
+}
+
 // On a disk that clones files a copy writes nothing, and cannot fail so.
-TEST_F(PlatformTest, aCopyThatFailsHalfwayLeavesNothing) {
-  makeFile(home / "from", std::string(1'000'000, 'x'));
-  std::filesystem::create_directory(home / "to");
+TEST_F(CopyTest, aCopyThatFailsHalfwayLeavesNothing) {
   {
     const FullDisk disk(100'000);
-    EXPECT_THROW(FileManager::copyItem(home / "from", home / "to" / "copy"), Error);
+    EXPECT_EQ(failure().code, NSFileWriteOutOfSpaceError);
   }
-  EXPECT_TRUE(std::filesystem::is_empty(home / "to"));
+  EXPECT_TRUE(std::filesystem::is_empty(to.parent_path()));
+}
+
+TEST_F(CopyTest, anErrorNamesTheFileThatTheUserKnows) {
+  NSError* error = nil;
+  {
+    const FullDisk disk(100'000);
+    error = failure();
+  }
+  EXPECT_EQ(error.code, NSFileWriteOutOfSpaceError);
+  EXPECT_EQ(text(error.userInfo[NSFilePathErrorKey]), from);
+  EXPECT_EQ(text(error.userInfo[@"NSDestinationFilePath"]), to);
+  EXPECT_NE(text(error.localizedDescription).find("“known”"), std::string::npos);
+
+  doubles::beforeRenaming = [this] { std::filesystem::remove(to.parent_path()); };
+  error = failure();
+  EXPECT_EQ(error.code, NSFileNoSuchFileError);
+  EXPECT_EQ(text(error.userInfo[NSFilePathErrorKey]), to);
+  EXPECT_EQ(text(error.userInfo[@"NSDestinationFilePath"]), to);
 }
 
 TEST_F(PlatformTest, theBundleMayLackItsExecutableAndItsResources) {
@@ -249,6 +318,39 @@ TEST_F(PlatformTest, anAlertGivesTheResponseOfItsButton) {
   EXPECT_TRUE(doubles::visibleWindows().empty());
 }
 
+TEST_F(PlatformTest, anAlertThatIsGoneStaysSo) {
+  const Application application;
+  const Alert alert{.messageText = "M", .buttons = {"A"}};
+  __weak NSWindow* first = nil;
+  doubles::answerAlert = [&first](NSAlert* shown) {
+    first = shown.window;
+    return NSAlertFirstButtonReturn;
+  };
+  doubles::alertsEndAtOnce = true;
+  @autoreleasepool {
+    runModal(alert);
+  }
+  EXPECT_EQ(first, nil);
+  doubles::alertsEndAtOnce = false;
+  doubles::answerAlert = [](NSAlert* shown) {
+    EXPECT_EQ(doubles::visibleWindows(), std::vector<NSWindow*>{shown.window});
+    EXPECT_EQ(doubles::keyWindow(), shown.window);
+    return NSAlertFirstButtonReturn;
+  };
+  runModal(alert);
+  EXPECT_TRUE(doubles::visibleWindows().empty());
+}
+
+TEST_F(PlatformTest, theProcessStaysAwakeAsLongAsItsApplication) {
+  {
+    const Application application;
+    ASSERT_EQ(doubles::activities().size(), 1u);
+    EXPECT_EQ(doubles::activities()[0].options, NSActivityUserInitiatedAllowingIdleSystemSleep);
+    EXPECT_FALSE(doubles::activities()[0].reason.empty());
+  }
+  EXPECT_TRUE(doubles::activities().empty());
+}
+
 TEST_F(PlatformTest, theItemIsInTheBarAsLongAsItsOwner) {
   {
     const StatusItem item(variableStatusItemLength);
@@ -267,11 +369,19 @@ TEST_F(PlatformTest, anItemLeavesTheBarThoughItsMenuStillWaitsForItsTurn) {
   doubles::runPending();
 }
 
-TEST_F(PlatformTest, ofSeveralMenusTheLastOneStays) {
+TEST_F(PlatformTest, ofSeveralMenusTheLastOneStaysAndWaitsAlone) {
   StatusItem item(variableStatusItemLength);
-  for (const char* title : {"a", "b", "c"}) item.setMenu({{{.title = title}}});
+  for (const char* title : {"a", "b", "c"}) {
+    item.setMenu({{{.title = title}}});
+    EXPECT_EQ(doubles::waitingBlocks(), 1u);
+    EXPECT_EQ(runtime::livingInstances()["NSMenu"], 1);
+  }
   doubles::runPending();
-  EXPECT_EQ(text(doubles::statusItems()[0].menu.itemArray[0].title), "c");
+  NSStatusItem* shown = doubles::statusItems()[0];
+  EXPECT_EQ(text(shown.menu.itemArray[0].title), "c");
+  item.setMenu({{{.title = "d"}}});
+  doubles::runPending();
+  EXPECT_EQ(text(shown.menu.itemArray[0].title), "d");
 }
 
 TEST_F(PlatformTest, itemsTellTheirTargetAsLongAsItLives) {
@@ -365,6 +475,30 @@ TEST_F(PlatformTest, aWindowIsBuiltFromItsValue) {
   EXPECT_TRUE(shown.visible);
   window.reset();
   EXPECT_FALSE(shown.visible);
+}
+
+TEST_F(PlatformTest, theDefaultButtonHasTheKeyboardAtFirst) {
+  const View text{.content = Label{.text = "t", .lineBreakMode = LineBreakMode::byWordWrapping}};
+  const View other{.content = Button{.identifier = "o"}};
+  const View done{.content = Button{.identifier = "d", .keyEquivalent = "\r"}};
+  Window window({.contentView = {.subviews = {text, other, done}}});
+  window.makeKeyAndOrderFront();
+  NSWindow* shown = doubles::visibleWindows().at(0);
+  EXPECT_EQ(shown.firstResponder, shown.contentView.subviews[2]);
+}
+
+TEST_F(PlatformTest, aLayersColourIsThatOfTheApplicationsAppearance) {
+  const Application application;
+  const WindowContent content{
+      .contentView = {
+          .content = PlainView{.layer = PlainView::Layer{.backgroundColor = Color::systemRed}}}};
+  for (const bool isDark : {false, true}) {
+    doubles::isDark = isDark;
+    Window window(content);
+    window.makeKeyAndOrderFront();
+    EXPECT_EQ(text(recordedName(doubles::visibleWindows().at(0).contentView.layer.backgroundColor)),
+              isDark ? "systemRedColor, dark" : "systemRedColor");
+  }
 }
 
 TEST_F(PlatformTest, aButtonMayEndItsWindow) {

@@ -19,6 +19,8 @@ bool statusItemsHaveButtons = true;
 std::set<std::string> knownSymbols;
 std::vector<std::string> openedUrls;
 bool pasteboardRefuses = false;
+bool isDark = false;
+bool alertsEndAtOnce = false;
 
 void raise(NSString* name, NSString* reason) {
   [NSException raise:name format:@"%@", reason];
@@ -46,6 +48,9 @@ struct Desktop {
   std::vector<NSWindow*> windows;  // on the screen, which keeps them
   std::vector<__weak NSStatusItem*> statusItems;
   __weak NSStatusItem* openItem = nil;
+  NSAppearance* drawing = nil;  // the one that is current, which outside drawing none can rely on
+  std::vector<NSWindow*> modal;
+  std::vector<Activity> activities;
 };
 
 Desktop desktop;
@@ -62,6 +67,10 @@ int activations() {
 
 NSWindow* keyWindow() {
   return desktop.key;
+}
+
+std::vector<Activity> activities() {
+  return desktop.activities;
 }
 
 std::vector<NSWindow*> visibleWindows() {
@@ -117,10 +126,13 @@ static NSColor* named(NSString* name) {
   return named(@"controlBackgroundColor");
 }
 
+// In the shade of the appearance that is drawn in.
 - (CGColorRef)CGColor {
   static std::map<std::string, CGColorRef>& all = *new std::map<std::string, CGColorRef>;
-  auto& color = all[name.UTF8String];
-  if (color == nullptr) color = newCGColor(name);
+  if (desktop.drawing == nil) violation("A dynamic colour is resolved in no certain appearance");
+  NSString* shade = isDark ? [name stringByAppendingString:@", dark"] : name;
+  auto& color = all[shade.UTF8String];
+  if (color == nullptr) color = newCGColor(shade);
   return color;
 }
 
@@ -130,6 +142,17 @@ static NSColor* named(NSString* name) {
 
 - (NSString*)recordedName {
   return name;
+}
+
+@end
+
+@implementation NSAppearance
+
+- (void)performAsCurrentDrawingAppearance:(void (^)(void))block {
+  NSAppearance* before = desktop.drawing;
+  desktop.drawing = self;
+  block();
+  desktop.drawing = before;
 }
 
 @end
@@ -240,6 +263,11 @@ static NSFont* font(CGFloat size, NSFontWeight weight, BOOL isMonospaced) {
 // Views
 
 @implementation NSResponder
+
+- (BOOL)acceptsFirstResponder {
+  return NO;
+}
+
 @end
 
 @interface NSView () {
@@ -335,6 +363,10 @@ static BOOL sendAction(SEL action, id target, id sender) {
   _font = expectOrNil(newFont, NSFont.class);
 }
 
+- (BOOL)acceptsFirstResponder {
+  return self.enabled;
+}
+
 - (void)performClick:(id)sender {
   if (self.enabled) sendAction(self.action, self.target, self);
 }
@@ -342,6 +374,10 @@ static BOOL sendAction(SEL action, id target, id sender) {
 @end
 
 @implementation NSTextField
+
+- (BOOL)acceptsFirstResponder {
+  return self.selectable;
+}
 
 + (instancetype)labelWithString:(NSString*)stringValue {
   NSTextField* made = [[self alloc] initWithFrame:NSZeroRect];
@@ -353,6 +389,7 @@ static BOOL sendAction(SEL action, id target, id sender) {
 
 + (instancetype)wrappingLabelWithString:(NSString*)stringValue {
   NSTextField* made = [self labelWithString:stringValue];
+  made.selectable = YES;
   made.lineBreakMode = NSLineBreakByWordWrapping;
   return made;
 }
@@ -543,7 +580,10 @@ bool pressCommandKey(NSString* key, NSResponder* firstResponder) {
     for (NSMenuItem* entry in top.submenu.itemArray)
       if ([entry.keyEquivalent isEqual:key]) {
         id receiver = entry.target != nil ? entry.target : firstResponder;
-        return sendAction(entry.action, receiver, entry);
+        if (entry.target == nil && ![receiver respondsToSelector:entry.action])
+          receiver = desktop.key;
+        return
+            [receiver respondsToSelector:entry.action] && sendAction(entry.action, receiver, entry);
       }
   return false;
 }
@@ -611,9 +651,10 @@ bool pressCommandKey(NSString* key, NSResponder* firstResponder) {
   NSBackingStoreType backing;
   BOOL isDeferred;
   BOOL isCentered;
+  BOOL wasShown;
 }
 
-@synthesize title = _title, contentView = _contentView;
+@synthesize title = _title, contentView = _contentView, firstResponder = _firstResponder;
 
 - (instancetype)initWithContentRect:(NSRect)rect
                           styleMask:(NSWindowStyleMask)style
@@ -657,7 +698,31 @@ bool pressCommandKey(NSString* key, NSResponder* firstResponder) {
   [self orderOut:nil];
 }
 
+// As the user asks for it: with a beep and no more if the window has no button for it.
+- (void)performClose:(id)sender {
+  if ((self.styleMask & NSWindowStyleMaskClosable) != 0) [self close];
+}
+
+static NSView* firstKeyView(NSView* view) {
+  if ([view isKindOfClass:NSTextField.class] && view.acceptsFirstResponder) return view;
+  for (NSView* each in view.subviews)
+    if (NSView* found = firstKeyView(each)) return found;
+  return nil;
+}
+
+// Unless another is chosen, the first text that can be selected or edited has the keyboard, and is
+// selected.
+- (void)chooseFirstResponder {
+  if (wasShown) return;
+  wasShown = YES;
+  NSView* chosen = self.initialFirstResponder;
+  if (chosen != nil && chosen.window != self)
+    violation("A view of another window has the keyboard");
+  _firstResponder = chosen.acceptsFirstResponder ? chosen : firstKeyView(self.contentView);
+}
+
 - (void)orderFrontRegardless {
+  [self chooseFirstResponder];
   if (!self.isVisible) desktop.windows.push_back(self);
 }
 
@@ -801,15 +866,17 @@ void pressKey(NSString* key) {
   if (shownButtons.count == 0) [self addButtonWithTitle:@"OK"];
   const loop::ModeScope scope(NSModalPanelRunLoopMode);
   [panel makeKeyAndOrderFront:nil];
+  desktop.modal.push_back(panel);
   NSModalResponse response = NSAlertFirstButtonReturn;
   @autoreleasepool {
-    runPending();
+    if (!alertsEndAtOnce) runPending();
     if (answerAlert)
       response = answerAlert(self);
     else
       violation("Nobody answers an alert");
-    runPending();
+    if (!alertsEndAtOnce) runPending();
   }
+  desktop.modal.pop_back();
   [panel orderOut:nil];
   return response;
 }
@@ -859,6 +926,14 @@ const NSRunLoopMode NSEventTrackingRunLoopMode = @"NSEventTrackingRunLoopMode";
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)newPolicy {
   policy = newPolicy;
   return YES;
+}
+
+- (NSAppearance*)effectiveAppearance {
+  return [[NSAppearance alloc] init];
+}
+
+- (NSWindow*)modalWindow {
+  return desktop.modal.empty() ? nil : desktop.modal.back();
 }
 
 - (void)activateIgnoringOtherApps:(BOOL)flag {
@@ -973,6 +1048,20 @@ void copyElsewhere(NSString* text) {
   return all;
 }
 
+- (id<NSObject>)beginActivityWithOptions:(NSActivityOptions)options reason:(NSString*)reason {
+  if ([expect(reason, NSString.class) length] == 0)
+    raise(NSInvalidArgumentException, @"An activity needs a reason");
+  NSObject* token = [[NSObject alloc] init];
+  desktop.activities.push_back({options, reason.UTF8String, token});
+  return token;
+}
+
+- (void)endActivity:(id<NSObject>)activity {
+  if (std::erase_if(desktop.activities,
+                    [&](const Activity& each) { return each.token == activity; }) != 1)
+    violation("An activity ends that has not begun");
+}
+
 @end
 
 namespace doubles {
@@ -990,6 +1079,8 @@ void reset() {
                     "clock.badge.exclamationmark", "xmark.shield.fill",      "shield"};
     openedUrls.clear();
     pasteboardRefuses = false;
+    isDark = false;
+    alertsEndAtOnce = false;
     desktop = {};
     NSApp = nil;
     [NSPasteboard.generalPasteboard clearContents];

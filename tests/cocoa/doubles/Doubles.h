@@ -24,6 +24,8 @@ void advance(double seconds);
 
 /// Runs what is due now, until nothing is.
 void runPending();
+/// How many blocks wait for a mode of the loop.
+std::size_t waitingBlocks();
 
 /// Runs the loop in real time until `condition` holds. False after `seconds`.
 bool runUntil(const std::function<bool()>& condition, double seconds = 10);
@@ -38,6 +40,15 @@ bool isTerminated();
 int activations();      ///< how often the application asked to be brought to the front
 NSWindow* keyWindow();  ///< the window with the keyboard
 std::vector<NSWindow*> visibleWindows();
+
+/// What keeps the system from slowing the process down.
+struct Activity {
+  NSActivityOptions options;
+  std::string reason;
+  id<NSObject> token;
+};
+std::vector<Activity> activities();
+extern bool isDark;  ///< the system's appearance
 
 /// A key press without modifiers, in the key window.
 void pressKey(NSString* key);
@@ -57,6 +68,7 @@ void pick(NSStatusItem* item, NSString* title, const std::function<void()>& mean
 /// Answers the next alerts: gives the response for what is shown. An alert that nobody answers is a
 /// violation.
 extern std::function<NSModalResponse(NSAlert*)> answerAlert;
+extern bool alertsEndAtOnce;  ///< before anything ran that waits for them
 /// What pressing that key in the alert gives.
 NSModalResponse responseForKey(NSAlert* alert, NSString* key);
 
@@ -103,6 +115,9 @@ void waitForRequests();
 extern std::optional<std::string> bundledResources;  ///< the folder of the bundle's resources
 extern std::optional<std::string> executable;        ///< of the bundle
 extern bool hasApplicationSupport;
+extern bool givesReplacementFolder;  ///< some network folders have none
+extern bool renamesExclusively;      ///< some file systems cannot
+extern std::function<void()> beforeRenaming;
 
 struct Run {
   std::string executable;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/stdio.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,17 +21,27 @@ using runtime::violation;
 
 namespace doubles {
 
-NSError* fileError(int failure, NSString* file) {
+bool givesReplacementFolder = true;
+bool renamesExclusively = true;
+std::function<void()> beforeRenaming;
+
+static NSString* const destinationKey = @"NSDestinationFilePath";
+
+static NSError* error(int failure, NSDictionary* files) {
   NSInteger code = 512;  // unknown, writing
   if (failure == ENOENT || failure == ENOTDIR) code = 4;
   if (failure == EACCES || failure == EPERM) code = 513;
   if (failure == EEXIST) code = 516;
   if (failure == ENOSPC || failure == EFBIG) code = 640;
-  NSString* text = [NSString
-      stringWithFormat:@"“%@” cannot be used: %s", file.lastPathComponent, strerror(failure)];
-  return [NSError errorWithDomain:NSCocoaErrorDomain
-                             code:code
-                         userInfo:@{NSLocalizedDescriptionKey : text, NSFilePathErrorKey : file}];
+  NSMutableDictionary* info = [files mutableCopy];
+  info[NSUnderlyingErrorKey] = [NSError errorWithDomain:NSPOSIXErrorDomain
+                                                   code:failure
+                                               userInfo:@{}];
+  return [NSError errorWithDomain:NSCocoaErrorDomain code:code userInfo:info];
+}
+
+NSError* fileError(int failure, NSString* file) {
+  return error(failure, @{NSFilePathErrorKey : file});
 }
 
 }  // namespace doubles
@@ -39,6 +50,13 @@ namespace {
 
 BOOL fail(int failure, NSString* file, NSError** error) {
   if (error != nullptr) *error = fileError(failure, file);
+  return NO;
+}
+
+// Of a copy or a move both ends are told.
+BOOL fail(int failure, NSString* from, NSString* to, NSError** error) {
+  if (error != nullptr)
+    *error = doubles::error(failure, @{NSFilePathErrorKey : from, destinationKey : to});
   return NO;
 }
 
@@ -107,7 +125,7 @@ int writeWhole(const std::string& file, mode_t mode, const char* bytes, std::siz
   NSString* file = fileOf(url);
   if (directory != NSItemReplacementDirectory || domain != NSUserDomainMask || !shouldCreate)
     violation("Another folder than one for a replacement is asked for");
-  if (![self fileExistsAtPath:url.path]) {
+  if (!givesReplacementFolder || ![self fileExistsAtPath:url.path]) {
     fail(ENOENT, file, error);
     return nil;
   }
@@ -148,23 +166,25 @@ int writeWhole(const std::string& file, mode_t mode, const char* bytes, std::siz
   NSString* source = fileOf(from);
   NSString* target = fileOf(to);
   struct stat info = {};
-  if (stat(posix(source).c_str(), &info) != 0) return fail(errno, source, error);
+  if (stat(posix(source).c_str(), &info) != 0) return fail(errno, source, target, error);
   NSData* bytes = [NSData dataWithContentsOfFile:source];
-  if (bytes == nil) return fail(EACCES, source, error);
+  if (bytes == nil) return fail(EACCES, source, target, error);
   const int failure = writeWhole(posix(target), info.st_mode & 07777u,
                                  static_cast<const char*>(bytes.bytes), bytes.length);
-  if (failure != 0) return fail(failure, target, error);
+  if (failure != 0) return fail(failure, source, target, error);
   copyExtendedAttributes(posix(source).c_str(), posix(target).c_str());
   return YES;
 }
 
+// Looks first, and renames then, which replaces what has come in between.
 - (BOOL)moveItemAtURL:(NSURL*)from toURL:(NSURL*)to error:(NSError**)error {
   NSString* source = fileOf(from);
   NSString* target = fileOf(to);
-  if (renameat2(AT_FDCWD, posix(source).c_str(), AT_FDCWD, posix(target).c_str(),
-                RENAME_NOREPLACE) == 0)
-    return YES;
-  return fail(errno, target, error);
+  struct stat info = {};
+  if (lstat(posix(target).c_str(), &info) == 0) return fail(EEXIST, source, target, error);
+  if (beforeRenaming) beforeRenaming();
+  if (rename(posix(source).c_str(), posix(target).c_str()) == 0) return YES;
+  return fail(errno, source, target, error);
 }
 
 - (BOOL)setAttributes:(NSDictionary<NSString*, id>*)attributes
@@ -174,6 +194,33 @@ int writeWhole(const std::string& file, mode_t mode, const char* bytes, std::siz
   if (attributes.count != 1) violation("Other attributes than permissions are set");
   if (chmod(posix(path).c_str(), permissions.unsignedShortValue) == 0) return YES;
   return fail(errno, path, error);
+}
+
+@end
+
+int renamex_np(const char* from, const char* to, unsigned int flags) {
+  if (flags != RENAME_EXCL) violation("Unusual options for renaming");
+  if (beforeRenaming) beforeRenaming();
+  errno = ENOTSUP;
+  return renamesExclusively ? renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) : -1;
+}
+
+@implementation NSError (Recorded)
+
+// Worded when it is asked for, from the code and the files.
+- (NSString*)localizedDescription {
+  NSString* given = self.userInfo[NSLocalizedDescriptionKey];
+  NSString* file = self.userInfo[NSFilePathErrorKey];
+  if (given != nil || file == nil)
+    return given != nil ? given : [NSString stringWithFormat:@"%@ %ld", self.domain, self.code];
+  NSString* target = self.userInfo[destinationKey];
+  NSString* why = [NSString
+      stringWithUTF8String:strerror(static_cast<int>([self.userInfo[NSUnderlyingErrorKey] code]))];
+  if (target == nil)
+    return [NSString stringWithFormat:@"“%@” cannot be used: %@", file.lastPathComponent, why];
+  return
+      [NSString stringWithFormat:@"“%@” couldn’t be copied to “%@”: %@", file.lastPathComponent,
+                                 target.stringByDeletingLastPathComponent.lastPathComponent, why];
 }
 
 @end

@@ -228,6 +228,9 @@ void resetFoundation() {
   bundledResources.reset();
   executable = "/Applications/Velmor Pellix.app/Contents/MacOS/velmor-pellix";
   hasApplicationSupport = true;
+  givesReplacementFolder = true;
+  renamesExclusively = true;
+  beforeRenaming = nullptr;
   runs.clear();
   substituteExecutable = nullptr;
   resetRequests();

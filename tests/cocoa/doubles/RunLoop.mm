@@ -183,6 +183,10 @@ void runPending() {
   }
 }
 
+std::size_t waitingBlocks() {
+  return mainLoop().modeBlocks.size();
+}
+
 void advance(double seconds) {
   const double end = loop::now() + seconds;
   runPending();

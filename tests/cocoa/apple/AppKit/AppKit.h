@@ -16,6 +16,10 @@
 @property(readonly) CGColorRef CGColor;
 @end
 
+@interface NSAppearance : NSObject
+- (void)performAsCurrentDrawingAppearance:(void (^)(void))block;
+@end
+
 @interface NSImageSymbolConfiguration : NSObject
 + (instancetype)configurationWithHierarchicalColor:(NSColor*)hierarchicalColor;
 @end
@@ -43,6 +47,7 @@ extern const NSFontWeight NSFontWeightSemibold;
 // Views
 
 @interface NSResponder : NSObject
+@property(readonly) BOOL acceptsFirstResponder;
 @end
 
 @interface NSView : NSResponder
@@ -79,6 +84,7 @@ enum : NSLineBreakMode {
 @end
 
 @interface NSTextField : NSControl
+@property(getter=isSelectable) BOOL selectable;
 + (instancetype)labelWithString:(NSString*)stringValue;
 + (instancetype)wrappingLabelWithString:(NSString*)stringValue;
 @end
@@ -169,10 +175,13 @@ constexpr NSWindowLevel NSModalPanelWindowLevel = 8;
 @property NSWindowLevel level;
 @property(getter=isReleasedWhenClosed) BOOL releasedWhenClosed;
 @property(strong) NSView* contentView;
+@property(weak) NSView* initialFirstResponder;
+@property(readonly, weak) NSResponder* firstResponder;
 @property(readonly, getter=isVisible) BOOL visible;
 @property(weak) NSWindowController* windowController;
 - (void)center;
 - (void)close;
+- (void)performClose:(id)sender;
 - (void)makeKeyAndOrderFront:(id)sender;
 - (void)makeKeyWindow;
 - (void)orderFrontRegardless;
@@ -227,6 +236,8 @@ enum : NSApplicationActivationPolicy {
 @property(class, readonly, strong) NSApplication* sharedApplication;
 @property(weak) id<NSApplicationDelegate> delegate;
 @property(strong) NSMenu* mainMenu;
+@property(readonly, strong) NSAppearance* effectiveAppearance;
+@property(readonly, strong) NSWindow* modalWindow;
 - (NSApplicationActivationPolicy)activationPolicy;
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)activationPolicy;
 - (void)activateIgnoringOtherApps:(BOOL)flag;
