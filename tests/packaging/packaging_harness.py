@@ -1,14 +1,14 @@
 """What the packaging tests run the scripts with."""
 
-import json
+import ast
 import os
 import pathlib
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TOOL = pathlib.Path(__file__).resolve().parent / "mac_tool"
-TOOLS = ("defaults", "dscl", "id", "launchctl", "open", "pgrep", "pkgutil", "pkill", "plutil",
-         "ps", "rm", "stat", "sudo")
+TOOLS = ("codesign", "curl", "defaults", "dscl", "id", "launchctl", "ls", "lsof", "open", "pgrep",
+         "pkgutil", "pkill", "plutil", "ps", "rm", "stat", "sudo", "sw_vers", "xattr")
 USERS = {"ann": "Users/ann", "bob": "Users/bob", "zoe": "Users/zoe",
          "nobody-home": "Volumes/More homes/nobody-home"}
 
@@ -55,7 +55,7 @@ class Mac:
         """The calls of those commands, or of all: user ID, name, arguments."""
         path = self.folder / "calls"
         lines = path.read_text().splitlines() if path.exists() else []
-        return [call for call in map(json.loads, lines) if not names or call[1] in names]
+        return [call for call in map(ast.literal_eval, lines) if not names or call[1] in names]
 
     def processes(self):
         path = self.folder / "processes"

@@ -669,4 +669,4 @@ def test_the_parts_of_the_package_agree():
     assert distribution.find("options").get("hostArchitectures") == "arm64,x86_64"
     [oldest] = distribution.iter("os-version")
     assert oldest.get("min") == re.search(r"DEPLOYMENT_TARGET ([\d.]+)", cmake)[1]
-    assert f" {identifier}\"\n" in (ROOT / "packaging/macos/uninstall").read_text()
+    assert f"package={identifier}\n" in (ROOT / "packaging/macos/uninstall").read_text()

@@ -14,7 +14,7 @@ UNINSTALL = "packaging/macos/uninstall"
 FIRST_LOGIN = ROOT / "packaging/macos/LaunchAgents/com.velmor.pellix.first-login.plist"
 SERVICE, MENUBAR = "com.velmor.pellix", "com.velmor.pellix.menubar"
 DOMAIN = "com.velmor.pellix.app"
-PACKAGES = ("com.velmor.pellix.first-login.pkg", "com.velmor.pellix.pkg")
+PACKAGE = "com.velmor.pellix.pkg"
 READING = {"defaults read", "dscl .", "id -u", "id -un", "launchctl print", "launchctl asuser",
            "pgrep -f", "pkgutil --pkg-info", "stat -f", "sudo -H"}
 
@@ -65,8 +65,7 @@ class Installation:
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_text("kept")
         (self.mac.folder / "defaults" / DOMAIN).touch()
-        for package in PACKAGES:
-            (self.mac.folder / "receipts" / package).touch()
+        (self.mac.folder / "receipts" / PACKAGE).touch()
         shutil.copy(FIRST_LOGIN, self.first_login)
         (self.application / "Contents/MacOS").mkdir(parents=True, exist_ok=True)
         (self.application / "Contents/MacOS/Velmor Pellix").touch()
@@ -133,7 +132,7 @@ def test_everything_is_removed_and_named(mac, install, uninstall):
         f"Removed {library}/HTTPStorages/{DOMAIN}.binarycookies",
         f"Removed {library}/Saved Application State/{DOMAIN}.savedState",
         f"Removed {installation.application}",
-        *(f"Removed the installer's receipt {package}" for package in PACKAGES),
+        f"Removed the installer's receipt {PACKAGE}",
         "Velmor Pellix is removed."]
 
 
