@@ -25,7 +25,8 @@ SITE = "-DVELMOR_SITE_URL=https://trust.velmor.com"
 COMMIT = "0123456789abcdef0123456789abcdef01234567"
 MADE = ["SHA256SUMS", "VelmorPellix-1.0.0.cdx.json", "VelmorPellix-1.0.0.dSYM.zip",
         "VelmorPellix-1.0.0.dmg", "VelmorPellix-1.0.0.pkg", "VelmorPellix.mobileconfig",
-        "com.velmor.pellix.app.json", "com.velmor.pellix.app.plist", "release.json", "uninstall"]
+        "com.velmor.pellix.app.json", "com.velmor.pellix.app.plist", "doctor", "release.json",
+        "uninstall"]
 
 # As CMake leaves it: a definition that is not given keeps the value of an earlier run.
 BUILD = """#!/usr/bin/python3
@@ -600,7 +601,7 @@ def test_consoles_get_what_describes_the_settings(tree):
 
 def test_the_tools_can_be_run(tree):
     evidence(tree)
-    for name in ("uninstall",):
+    for name in ("doctor", "uninstall"):
         assert os.access(tree.output / name, os.X_OK)
 
 
