@@ -13,7 +13,6 @@
 using namespace Qt::StringLiterals;
 
 namespace platform {
-
 namespace {
 
 QMessageBox::Icon icon(AlertStyle style) {

@@ -115,6 +115,8 @@ struct StatusItem::Implementation : QObject {
   Ink ink() const {
     if (button.contentTintColor) return {toQColor(*button.contentTintColor), {}};
     if (button.image && !button.image->isTemplate) return {Qt::black, {}};
+    if (const auto foreground = SystemTray::foreground(); foreground && !isExported)
+      return {*foreground, {}};
     // Bars rarely say whether they are light or dark. The rim is seen only if the guess was wrong.
     const QPalette palette = QApplication::palette();
     return {palette.color(QPalette::WindowText), palette.color(QPalette::Window)};

@@ -40,9 +40,7 @@ xcb_atom_t atom(xcb_connection_t* x, const std::string& name) {
   return reply ? reply->atom : static_cast<xcb_atom_t>(XCB_ATOM_NONE);
 }
 
-bool hasX11Tray() {
-  xcb_connection_t* const x = x11Connection();
-  if (!x) return false;
+xcb_window_t trayWindow(xcb_connection_t* x) {
   char* host = nullptr;
   int display = 0;
   int screen = 0;
@@ -50,7 +48,11 @@ bool hasX11Tray() {
   const auto cookie =
       xcb_get_selection_owner(x, atom(x, "_NET_SYSTEM_TRAY_S" + std::to_string(screen)));
   const auto reply = owned(xcb_get_selection_owner_reply(x, cookie, nullptr));
-  return reply && reply->owner != XCB_WINDOW_NONE;
+  return reply ? reply->owner : static_cast<xcb_window_t>(XCB_WINDOW_NONE);
+}
+
+bool hasX11Tray() {
+  return x11Connection() && trayWindow(x11Connection()) != XCB_WINDOW_NONE;
 }
 
 }  // namespace
@@ -103,6 +105,19 @@ bool SystemTray::nativeEventFilter(const QByteArray& eventType, void* message, q
   static const xcb_atom_t manager = atom(x11Connection(), "MANAGER");
   if (reinterpret_cast<const xcb_client_message_event_t*>(event)->type == manager) lookSoon.start();
   return false;
+}
+
+std::optional<QColor> SystemTray::foreground() {
+  xcb_connection_t* const x = x11Connection();
+  if (!x) return {};
+  // Four colours, each of red, green and blue; the foreground comes first.
+  const auto cookie = xcb_get_property(x, 0, trayWindow(x), atom(x, "_NET_SYSTEM_TRAY_COLORS"),
+                                       XCB_ATOM_CARDINAL, 0, 3);
+  const auto reply = owned(xcb_get_property_reply(x, cookie, nullptr));
+  if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 12) return {};
+  const auto* channels = static_cast<const uint32_t*>(xcb_get_property_value(reply.get()));
+  return QColor::fromRgba64(static_cast<quint16>(channels[0]), static_cast<quint16>(channels[1]),
+                            static_cast<quint16>(channels[2]));
 }
 
 }  // namespace platform

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QAbstractNativeEventFilter>
+#include <QColor>
 #include <QObject>
 #include <QTimer>
 #include <functional>
+#include <optional>
 
 namespace platform {
 
@@ -14,6 +16,9 @@ class SystemTray : public QObject, private QAbstractNativeEventFilter {
   /// Calls `found` once there is such a place, and again whenever there may be a new one.
   explicit SystemTray(std::function<void()> found);
   ~SystemTray() override;
+
+  /// The colour that the X11 system tray asks its icons to be drawn in, if it asks for one.
+  static std::optional<QColor> foreground();
 
  private:
   void look();

@@ -2,38 +2,31 @@
 
 #include <QSettings>
 #include <QVariant>
-#include <charconv>
 
 #include "platform/qt/Conversions.h"
+
+using namespace Qt::StringLiterals;
 
 namespace platform::UserDefaults {
 namespace {
 
 struct Settings : QSettings {
-  Settings() : QSettings(QStringLiteral("Velmor"), QStringLiteral("Pellix")) {}
+  Settings() : QSettings(u"Velmor"_s, u"Pellix"_s) {}
 };
 
 QString stringForKey(const std::string& key) {
   return Settings().value(toQString(key)).toString();
 }
 
-/// The whole text as a decimal number, or 0.
-long long integerFrom(const std::string& text) {
-  long long value = 0;
-  const char* const end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, value);
-  return result.ec == std::errc() && result.ptr == end ? value : 0;
-}
-
 }  // namespace
 
 long long integerForKey(const std::string& key) {
-  return integerFrom(fromQString(stringForKey(key)));
+  return stringForKey(key).toLongLong();  // 0 if it is anything else
 }
 
 bool boolForKey(const std::string& key) {
   const QString text = stringForKey(key).toLower();
-  return text == u"true" || text == u"yes" || integerFrom(fromQString(text)) != 0;
+  return text == u"true" || text == u"yes" || text.toLongLong() != 0;
 }
 
 void setBool(bool value, const std::string& key) {

@@ -16,7 +16,6 @@
 using namespace Qt::StringLiterals;
 
 namespace platform {
-
 namespace {
 
 int pixels(double points) {
