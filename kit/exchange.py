@@ -29,6 +29,7 @@ class Wire(io.RawIOBase):
         self.connection = connection
         self.deadline = deadline
         self.count = 0
+        self.has_ended = False
 
     def readable(self):
         return True
@@ -37,6 +38,7 @@ class Wire(io.RawIOBase):
         self.connection.settimeout(left(self.deadline))
         count = self.connection.recv_into(buffer)
         self.count += count
+        self.has_ended = count == 0
         if self.count > LARGEST:
             raise Broken(f"more than {LARGEST} bytes")
         return count
@@ -99,10 +101,13 @@ def exchange(port, data, seconds, connection=None):
             connection.settimeout(left(start + seconds))
             with contextlib.suppress(ConnectionError):  # an answer may have come before the end
                 connection.sendall(data)
-            wire = Bounded(Wire(connection, start + seconds))
+            wire = Wire(connection, start + seconds)
+            reader = Bounded(wire)
             response = http.client.HTTPResponse(
-                types.SimpleNamespace(makefile=lambda mode: wire), method="GET")
+                types.SimpleNamespace(makefile=lambda mode: reader), method="GET")
             response.begin()
+            if wire.has_ended:
+                raise Broken("the head of an answer without its end")
             check_framing(response.getheader)
             return Answer(response, start)
     except (socket.timeout, TimeoutError, Late):

@@ -80,7 +80,8 @@ def _(session):
     return seen
 
 
-@must("id-json", "`id --json` prints one JSON object in UTF-8 with a text, not empty, as `device_id`",
+@must("id-json",
+      "`id --json` prints one JSON object in UTF-8; its `device_id` is a text, not empty",
       'Print {"device_id": "…"} and nothing else to standard output.')
 def _(session):
     return quoted(contract.identifier(session.identity().out.data))
@@ -210,7 +211,7 @@ def _(session):
 
 
 @must("status-json", "It is one JSON object in UTF-8 that every reader reads alike",
-      "No byte-order mark, no two members of one name, no NaN, no half surrogate, nothing around it.")
+      "No byte-order mark, no two members of one name, no NaN, no half surrogate, only that.")
 def _(session):
     return f"{len(contract.json_object(direct(session).body))} members"
 

@@ -1,5 +1,6 @@
 """Runs the program as the application and launchd do, in a home of its own."""
 
+import contextlib
 import os
 import pathlib
 import pwd
@@ -63,7 +64,8 @@ class Session:
         for folder, names, _files in os.walk(self.folder):
             for path in (os.path.join(folder, name) for name in names):
                 if not os.path.islink(path):
-                    os.chmod(path, 0o700)
+                    with contextlib.suppress(OSError):
+                        os.chmod(path, 0o700)
         shutil.rmtree(self.folder, ignore_errors=True)
 
     # The installation ------------------------------------------------------------
@@ -143,7 +145,7 @@ class Session:
         while not listening.accepts(self.port):
             if time.monotonic() > deadline:
                 raise NotSo(f"it does not listen{process.last_words()}")
-            if process.status() not in (None, 0):  # 0: it may have gone into the background
+            if process.status() is not None and not started_for(self.home):
                 process.wait(1)
                 self.running = None
                 raise NotSo(process.end())

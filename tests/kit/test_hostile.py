@@ -1,25 +1,86 @@
 """script/check-service, and services that mean harm: a verdict each time, and soon."""
 
+import threading
+import time
+
 import pytest
 
+from desktop.service import Service
 from kit_harness import Report, rules
 
-LENGTHS = {
-    "terabyte": b"Content-Length: 1000000000000\r\n\r\n{}",
-    "beyond all": b"Content-Length: " + b"9" * 5000 + b"\r\n\r\n{}",
-    "a word": b"Content-Length: many\r\n\r\n{}",
-    "chunk of a terabyte": b"Transfer-Encoding: chunked\r\n\r\nffffffffff\r\n{}\r\n",
-    "chunk beyond all": b"Transfer-Encoding: chunked\r\n\r\n" + b"f" * 60 + b"\r\n{}\r\n",
-    "unheard of": b"Transfer-Encoding: zip\r\nContent-Length: 2\r\n\r\n{}",
+from kit import exchange
+
+HEAD = b"HTTP/1.1 200 OK\r\n"
+ANSWERS = {
+    "no HTTP": b'{"state": "authorized"}\r\n',
+    "nothing": b"",
+    "half a head": HEAD + b"Content-Le",
+    "cut short": HEAD + b"Content-Length: 100\r\n\r\n{}",
+    "a terabyte": HEAD + b"Content-Length: 1000000000000\r\n\r\n{}",
+    "more than any number": HEAD + b"Content-Length: " + b"9" * 5000 + b"\r\n\r\n{}",
+    "less than nothing": HEAD + b"Content-Length: -1\r\n\r\n{}",
+    "many": HEAD + b"Content-Length: many\r\n\r\n{}",
+    "two lengths": HEAD + b"Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}",
+    "a chunk of a terabyte": HEAD + b"Transfer-Encoding: chunked\r\n\r\nffffffffff\r\n{}\r\n",
+    "a chunk beyond": HEAD + b"Transfer-Encoding: chunked\r\n\r\n" + b"f" * 60 + b"\r\n{}\r\n",
+    "no chunk": HEAD + b"Transfer-Encoding: chunked\r\n\r\n{}\r\n",
+    "no last chunk": HEAD + b"Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n",
+    "in a way unheard of": HEAD + b"Transfer-Encoding: zip\r\nContent-Length: 2\r\n\r\n{}",
+    "compressed": HEAD + b"Content-Encoding: gzip\r\nContent-Length: 2\r\n\r\n{}",
+    "too large": HEAD + b"Content-Length: 2000000\r\n\r\n" + b" " * 2000000,
+    "too many headers": HEAD + b"X: y\r\n" * 101 + b"\r\n{}",
+    "a long header": HEAD + b"X: " + b"y" * 70000 + b"\r\n\r\n{}",
+    "to be continued": b"HTTP/1.1 100 Continue\r\n\r\n" * 50000,
 }
 
 
-@pytest.mark.parametrize("name", LENGTHS)
-def test_lengths_that_lie_are_no_danger(make, name):
-    answer = b"HTTP/1.1 200 OK\r\nConnection: close\r\n" + LENGTHS[name]
-    report = Report(make(f"def answer_status(): return {answer!r}"))
-    assert report.named("failed") == ["status-http"]
-    assert len(report.rules) == len(rules())
+@pytest.fixture
+def server():
+    server = Service()
+    yield server
+    server.close()
+
+
+def ask(server, data, seconds=20):
+    server.respond = lambda connection: connection.sendall(data)
+    return exchange.exchange(server.port, exchange.request(server.port, "/status.json"), seconds)
+
+
+@pytest.mark.parametrize("name", ANSWERS)
+def test_answers_that_are_not_whole_are_told_in_short(server, name):
+    with pytest.raises(exchange.Broken) as told:
+        ask(server, ANSWERS[name])
+    assert str(told.value).isprintable() and len(str(told.value)) < 150
+
+
+@pytest.mark.parametrize("data", [
+    HEAD + b"Content-Length: 2\r\n\r\n{}", HEAD + b"\r\n{}",
+    HEAD + b"content-length:2\r\n\r\n{}xyz",
+    HEAD + b"Transfer-Encoding: Chunked\r\n\r\n1;a=b\r\n{\r\n1\r\n}\r\n0\r\nX: y\r\n\r\n",
+    b"HTTP/1.0 200\r\n\r\n{}", b"HTTP/1.1 100 Continue\r\n\r\n" + HEAD + b"\r\n{}"])
+def test_whole_answers_are_read(server, data):
+    answer = ask(server, data)
+    assert (answer.code, answer.body) == (200, b"{}")
+    assert answer.is_measured is (b"ontent" in data.replace(b"100 Continue", b"")
+                                  or b"Chunked" in data)
+
+
+@pytest.mark.parametrize("data", [
+    b"", HEAD, HEAD + b"Content-Length: 9\r\n\r\n", HEAD + b"\r\n{}"])
+def test_answers_that_drip_or_stop_are_late(server, data):
+    over = threading.Event()
+
+    def drip(connection):
+        connection.sendall(data)
+        while not over.wait(0.05):
+            connection.sendall(b"x" if data == HEAD else b"")
+
+    server.respond = drip
+    begin = time.monotonic()
+    with pytest.raises(exchange.Late):
+        exchange.exchange(server.port, exchange.request(server.port, "/"), 0.5)
+    assert 0.4 < time.monotonic() - begin < 10
+    over.set()
 
 
 @pytest.mark.parametrize("text", ["no program", "#!/no/such/interpreter\n", ""],
@@ -48,6 +109,14 @@ def test_a_service_that_destroys_its_home_is_refused(make, harm):
     if "chmod" not in harm:  # root may all the same
         assert {"keeps-files", "keeps-running"} & set(report.named("failed"))
         assert report.status == 1
+
+
+def test_a_service_that_ends_at_once_keeps_nobody_waiting(make):
+    begin = time.monotonic()
+    report = Report(make("def prepare(): sys.exit(0)"), patience=10)
+    assert report.named("failed") == ["listens"]
+    assert report.seen("listens") == "it ended with status 0"
+    assert time.monotonic() - begin < 60
 
 
 def test_what_holds_no_longer_is_told(make):

@@ -128,17 +128,6 @@ breaking("status-http", "endless", """
         connection.sendall(answer)
         while answer.endswith(b"{"): connection.sendall(b" " * 65536)
     """)
-breaking("status-http", "endless headers", """
-    def answer_status():
-        return b"HTTP/1.1 200 OK\\r\\nContent-Length: 2\\r\\n"
-    def send(connection, answer):
-        connection.sendall(answer)
-        while answer.endswith(b"2\\r\\n"): connection.sendall(b"X: y\\r\\n" * 100)
-    """)
-breaking("status-http", "no HTTP", """
-    def answer_status():
-        return status_body() + b"\\r\\nConnection: close\\r\\n"
-    """)
 breaking("status-http", "compressed", """
     import gzip
     def answer_status():
@@ -163,8 +152,6 @@ body("status-json", "two states", b'{"state": "revoked", "state": "authorized"}'
 member("status-members", "a number", email=4711)
 member("status-state", "capitals", state="Authorized")
 member("status-state", "none", state=None)
-member("status-heartbeat", "a blank", last_heartbeat="2024-05-01 12:34:56Z")
-member("status-heartbeat", "no zone", last_heartbeat="2024-05-01T12:34:56")
 member("status-heartbeat", "no such day", last_heartbeat="2023-02-29T12:34:56Z")
 member("same-id", "another", device_id="GEN-other")
 member("same-id", "empty", device_id="")
@@ -178,7 +165,6 @@ breaking("stable-id", "random", """
     """)
 breaking("managed-site", "its own", "def site(): return 'https://own.example'")
 breaking("page-root", "nothing to do", "def root(): return page(b'<p>All is well.</p>')")
-breaking("page-root", "not found", "def root(): raise Refused(404)")
 breaking("page-root", "elsewhere", """
     right = root
     def root():
