@@ -149,7 +149,7 @@ class Session:
                 raise NotSo(f"it does not listen{process.last_words()}")
             if process.status() is not None:
                 ended = ended or time.monotonic()
-                # It may have gone into the background; one that goes there twice is not seen at once.
+                # It may have gone into the background, and is not seen on the way there.
                 if time.monotonic() > ended + GRACE_SECONDS and not started_for(self.home):
                     process.wait(1)
                     self.running = None

@@ -300,8 +300,10 @@ breaking("quiet", "an access log", """
     """)
 breaking("keeps-files", "writes managed.json", """
     def prepare():
-        with open(os.path.join(FOLDER, "managed.json"), "w", encoding="utf-8") as file:
+        name = os.path.join(FOLDER, "managed.json")
+        with open(name + ".new", "w", encoding="utf-8") as file:
             json.dump({"site": SITE, "seen": True}, file)
+        os.replace(name + ".new", name)
     """)
 
 
