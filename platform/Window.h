@@ -54,7 +54,8 @@ struct Button {
   std::string identifier = {};  ///< names the button within its window
   std::string title = {};
   Action action = {};
-  std::string keyEquivalent = {};  ///< "\r": the default button, whichever control has the focus
+  /// "\r": the default button, whichever control has the focus; at first it has it itself.
+  std::string keyEquivalent = {};
   friend bool operator==(const Button&, const Button&) = default;
 };
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "platform/Application.h"
 #include "platform/cocoa/Conversions.h"
 
 @implementation PellixActionTarget {
@@ -15,6 +16,11 @@
 }
 
 - (void)performAction:(id)sender {
+  // The menu can be opened while an alert waits, but the alert wants its answer first.
+  if (NSWindow* alert = NSApp.modalWindow) {
+    platform::Application::activateIgnoringOtherApps();
+    return [alert makeKeyAndOrderFront:nil];
+  }
   // A copy, as the action may replace the menu or window that this object goes with.
   const platform::Action current = action;
   current.perform();

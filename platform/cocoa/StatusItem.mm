@@ -84,8 +84,10 @@ void StatusItem::setMenu(const Menu& menu) {
   if (isWaiting) return;
   [NSRunLoop.mainRunLoop performInModes:@[ NSDefaultRunLoopMode ]
                                   block:^{
-                                    item.menu = *next;
-                                    *next = nil;
+                                    @autoreleasepool {  // as in MainQueue
+                                      item.menu = *next;
+                                      *next = nil;
+                                    }
                                   }];
 }
 

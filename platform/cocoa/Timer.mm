@@ -25,7 +25,9 @@ std::unique_ptr<Timer> Timer::scheduledTimer(double interval, bool repeats,
   NSTimer* timer = [NSTimer scheduledTimerWithTimeInterval:interval
                                                    repeats:repeats
                                                      block:^(NSTimer*) {
-                                                       block();
+                                                       @autoreleasepool {  // as in MainQueue
+                                                         block();
+                                                       }
                                                      }];
   [NSRunLoop.mainRunLoop addTimer:timer forMode:NSModalPanelRunLoopMode];
   return std::unique_ptr<Timer>(new Timer(std::make_unique<Implementation>(Implementation{timer})));

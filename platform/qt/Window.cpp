@@ -148,7 +148,10 @@ struct Window::Implementation {
     widget->setFont(toQFont(controlFont));
     QObject::connect(widget, &QPushButton::clicked, widget,
                      [action = button.action] { performLater(action); });
-    if (button.keyEquivalent == "\r") makeDefaultButton(*widget, window);
+    if (button.keyEquivalent == "\r") {
+      makeDefaultButton(*widget, window);
+      widget->setFocus();
+    }
     buttons[button.identifier] = widget;
     return widget;
   }

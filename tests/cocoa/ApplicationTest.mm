@@ -461,6 +461,30 @@ TEST_F(ApplicationTest, pollsLeaveNothingBehind) {
   });
 }
 
+TEST_F(ApplicationTest, aCommandPickedWhileAnAlertWaitsBringsTheAlertToTheFront) {
+  welcome();
+  run([] {
+    pollEnds();
+    answerAlert = [](NSAlert* alert) {
+      NSWindow* other = [[NSWindow alloc] initWithContentRect:NSZeroRect
+                                                    styleMask:NSWindowStyleMaskTitled
+                                                      backing:NSBackingStoreBuffered
+                                                        defer:NO];
+      other.releasedWhenClosed = NO;
+      [other makeKeyAndOrderFront:nil];
+      pick(item(), @"Show status…");
+      pick(item(), @"Quit Pellix");
+      [other close];
+      EXPECT_EQ(keyWindow(), alert.window);
+      return responseForKey(alert, @"\033");
+    };
+    pick(item(), @"Quit Pellix");
+    EXPECT_TRUE(openedUrls.empty());
+    pick(item(), @"Show status…");
+    EXPECT_EQ(openedUrls.size(), 1u);
+  });
+}
+
 TEST_F(ApplicationTest, pollsWhileAnAlertWaitsLeaveOneMenuBehind) {
   welcome();
   run([] {

@@ -143,13 +143,12 @@ NSRunLoopMode currentMode() {
   return mainLoop().modes.empty() ? NSDefaultRunLoopMode : mainLoop().modes.back();
 }
 
+// Without a pool: AppKit drains its own after each event, and none of these is one.
 bool pass(NSRunLoopMode mode) {
   const ModeScope scope(mode);
-  @autoreleasepool {
-    const bool performed = performModeBlocks(mode);
-    const bool fired = fireTimers(mode);
-    return drainMainQueue(mode) || performed || fired;
-  }
+  const bool performed = performModeBlocks(mode);
+  const bool fired = fireTimers(mode);
+  return drainMainQueue(mode) || performed || fired;
 }
 
 bool runInMode(NSRunLoopMode mode, const std::function<bool()>& condition, double seconds) {

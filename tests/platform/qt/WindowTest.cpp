@@ -160,6 +160,11 @@ TEST_F(ShownWindow, aButtonWhoseTargetIsGoneDoesNothing) {
   EXPECT_TRUE(widget->isVisible());
 }
 
+TEST_F(ShownWindow, theDefaultButtonHasTheFocusAtFirst) {
+  show();
+  EXPECT_TRUE(button(*widget, QStringLiteral("Done"))->hasFocus());
+}
+
 TEST_F(ShownWindow, returnAndEnterPressTheDefaultButtonWhicheverHasTheFocus) {
   show();
   for (const char* title : {"Copy && go", "Done"}) {
