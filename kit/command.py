@@ -136,7 +136,7 @@ def summary(seen, patience):
     counts = {result: sum(outcome.result == result for outcome in seen)
               for result in (OK, FAILED, UNHEEDED, SKIPPED)}
     return (f"{len(seen)} rules: {counts[OK]} ok, {counts[FAILED]} failed, "
-            f"{counts[UNHEEDED]} pieces of advice, {counts[SKIPPED]} skipped"
+            f"{counts[UNHEEDED]} advised, {counts[SKIPPED]} skipped"
             + (f" (all limits times {patience:g})" if patience != 1 else ""))
 
 

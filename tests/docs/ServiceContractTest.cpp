@@ -162,10 +162,9 @@ TEST_F(ServiceContract, theManagedSiteHasTheFormThatIsWritten) {
 
 TEST_F(ServiceContract, everyBlockIsOfAKnownKind) {
   for (const Block& block : blocks())
-    EXPECT_TRUE(
-        std::set<std::string>({"answer", "check", "id-output", "managed-site", "outcome",
-                               "property-list", "report"})
-            .contains(block.kind))
+    EXPECT_TRUE(std::set<std::string>({"answer", "check", "id-output", "managed-site", "outcome",
+                                       "property-list", "report"})
+                    .contains(block.kind))
         << "line " << block.line;
 }
 

@@ -106,7 +106,7 @@ def test_each_rule_is_one_line_and_failures_say_how_to_mend(make):
         assert f" {rule['expected']}. {'Skipped' if word == 'skipped' else 'Seen'}: " in line
         assert line.endswith(f" Mend: {rule['mend']}") is (word in ("FAILED", "advice"))
     assert lines[-1] == (f"{len(rules())} rules: {len(rules()) - 6} ok, 1 failed, "
-                         "1 pieces of advice, 4 skipped (all limits times 3)")
+                         "1 advised, 4 skipped (all limits times 3)")
 
 
 def test_hostile_texts_reach_no_terminal(make):
