@@ -13,7 +13,7 @@ PLACES = {
     "tests/model/TrustStateTest.cpp": '"{wire}"',
     "tests/app/StatusMenuTest.cpp": 'button("{symbol}", "{summary}"',
     "tests/cocoa/ApplicationTest.mm": '"{wire}", "{symbol} ',
-    "tests/cocoa/doubles/AppKit.mm": '"{symbol}"',
+    "tests/cocoa/doubles/AppKit/Desktop.mm": '"{symbol}"',
     "tests/fuzz/status_decoding.dict": '"{wire}"',
     "standin/velmor-guard": '"{wire}": (',
     "standin/README.md": "`{wire}`",
