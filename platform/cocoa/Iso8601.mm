@@ -8,13 +8,18 @@ namespace {
 // The formatter divides a fraction by a power of ten, which from 35 digits on is 0: that ends the
 // process on Intel Macs. It reads milliseconds, in any script's digits.
 NSString* withShortFraction(NSString* text) {
+  constexpr NSUInteger enough = 9;
   const NSRange point = [text rangeOfString:@"."];
   if (point.location == NSNotFound) return text;
-  return [text stringByReplacingOccurrencesOfString:@"(\\d{9})\\d+"
-                                         withString:@"$1"
-                                            options:NSRegularExpressionSearch
-                                              range:NSMakeRange(point.location,
-                                                                text.length - point.location)];
+  const NSUInteger start = NSMaxRange(point);
+  NSCharacterSet* digits = [NSCharacterSet decimalDigitCharacterSet];
+  const NSRange other = [text rangeOfCharacterFromSet:[digits invertedSet]
+                                              options:0
+                                                range:NSMakeRange(start, text.length - start)];
+  const NSUInteger end = other.location == NSNotFound ? text.length : other.location;
+  if (end - start <= enough) return text;
+  return [text stringByReplacingCharactersInRange:NSMakeRange(start + enough, end - start - enough)
+                                       withString:@""];
 }
 
 }  // namespace

@@ -367,10 +367,6 @@ def test_the_site_that_counts_is_the_one_in_the_application(tree):
     assert not tree.calls("codesign")
 
 
-def test_a_dry_run_that_cannot_know_the_site_says_so(tree):
-    assert "The site: that of the build's cache, or an example\n" in tree.package("--dry-run", GUARD).stdout
-
-
 def test_an_unsigned_package_may_be_for_an_example_and_says_so(tree):
     tree.sign_as("not set")
     result = tree.package(GUARD)
