@@ -8,18 +8,12 @@ namespace {
 // The formatter divides a fraction by a power of ten, which from 35 digits on is 0: that ends the
 // process on Intel Macs. It reads milliseconds, in any script's digits.
 NSString* withShortFraction(NSString* text) {
-  constexpr NSUInteger enough = 9;
-  const NSRange point = [text rangeOfString:@"."];
+  const NSRange point = [text rangeOfString:@"." options:NSLiteralSearch];
   if (point.location == NSNotFound) return text;
-  const NSUInteger start = NSMaxRange(point);
-  NSCharacterSet* digits = [NSCharacterSet decimalDigitCharacterSet];
-  const NSRange other = [text rangeOfCharacterFromSet:[digits invertedSet]
-                                              options:0
-                                                range:NSMakeRange(start, text.length - start)];
-  const NSUInteger end = other.location == NSNotFound ? text.length : other.location;
-  if (end - start <= enough) return text;
-  return [text stringByReplacingCharactersInRange:NSMakeRange(start + enough, end - start - enough)
-                                       withString:@""];
+  NSRegularExpression* longNumber =
+      [NSRegularExpression regularExpressionWithPattern:@"(\\d{9})\\d+" options:0 error:nil];
+  const NSRange rest = NSMakeRange(point.location, text.length - point.location);
+  return [longNumber stringByReplacingMatchesInString:text options:0 range:rest withTemplate:@"$1"];
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "platform/FileManager.h"
 #include "platform/Hardware.h"
 #include "platform/Image.h"
+#include "platform/Iso8601.h"
 #include "platform/Launchd.h"
 #include "platform/MainQueue.h"
 #include "platform/Pasteboard.h"
@@ -50,6 +51,14 @@ TEST_F(PlatformTest, textThatIsNotUtf8IsReadAsLatin1) {
 TEST_F(PlatformTest, aByteOrderMarkAtTheStartOfATextIsKept) {
   for (const std::string text : {"\uFEFF", "\uFEFFGEN-1", "\uFEFF\uFEFFü", "x\uFEFF"})
     EXPECT_EQ(fromNSString(nsString(text)), text);
+}
+
+TEST_F(PlatformTest, noFormatterGetsALongFractionInAnyScript) {
+  std::string fraction = ".";
+  for (int i = 0; i < 40; i++) fraction += "٣";
+  for (const auto format :
+       {Iso8601Format::internetDateTime, Iso8601Format::internetDateTimeWithFractionalSeconds})
+    dateFromIso8601("2024-05-01T12:34:56" + fraction + "Z", format);
 }
 
 TEST_F(PlatformTest, whatIsMissingIsEmpty) {
