@@ -83,7 +83,8 @@ bool fireTimers(NSRunLoopMode mode) {
   for (NSTimer* timer : timers) {
     if (!timer->isValid || timer->fireTime > loop::now() || !includes(timer->modes, mode)) continue;
     fired = true;
-    timer->block(timer);
+    __attribute__((objc_precise_lifetime)) void (^block)(NSTimer*) = timer->block;
+    block(timer);  // which may end the timer
     if (!timer->isValid) continue;
     if (!timer->repeats) [timer invalidate];
     // A firing that came late is not made up for, and does not shift the next.
