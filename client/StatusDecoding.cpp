@@ -19,7 +19,9 @@ std::optional<platform::Date> heartbeat(const std::string& text) {
 
 Status decodeStatus(const std::optional<std::string>& body) {
   Status status;
-  auto members = body ? platform::jsonStringMembers(*body) : std::nullopt;
+  auto members = body ? platform::jsonStringMembers(
+                            *body, {"state", "device_id", "site", "email", "last_heartbeat"})
+                      : std::nullopt;
   if (!members) {
     status.state = TrustState::offline;
     return status;

@@ -55,7 +55,7 @@ std::string hardwareIdentifier() {
 
 std::optional<std::string> deviceIdentifierInOutput(std::string_view output) {
   // The service's own JSON is trusted whole; loose text only under a known prefix.
-  if (const auto members = platform::jsonStringMembers(output)) {
+  if (const auto members = platform::jsonStringMembers(output, {"device_id"})) {
     const auto deviceId = members->find("device_id");
     if (deviceId != members->end() && !deviceId->second.empty()) return deviceId->second;
   }

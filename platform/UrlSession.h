@@ -20,7 +20,7 @@ class UrlSession {
   /// arriving. Main thread.
   explicit UrlSession(double timeoutIntervalForRequest);
   /// Ends the requests under way; their handlers are called without a body, now or soon. Must not
-  /// be called from one of them, and lasts as long as they answer that with new requests.
+  /// be called from one of them.
   ~UrlSession();
   UrlSession(const UrlSession&) = delete;
   UrlSession& operator=(const UrlSession&) = delete;
@@ -29,9 +29,8 @@ class UrlSession {
   /// the main thread and one at a time. Requests are independent and may end in any order.
   /// Redirects are followed where the platform allows.
   ///
-  /// Linux asks and follows 127.0.0.0/8 alone, on 6 connections at a time, and takes bodies of up
-  /// to 256 MiB that are not compressed. It calls the handler itself, without a body, if the system
-  /// has no thread to give.
+  /// Linux follows them within the origin that was asked, and takes bodies of up to 16 MiB,
+  /// decoded. It calls the handler itself, without a body, if the system has no thread to give.
   void dataTaskWithUrl(const Url& url, CompletionHandler completionHandler);
 
  private:

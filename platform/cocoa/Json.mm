@@ -16,15 +16,16 @@ std::string withMarksAsEscapes(std::string_view bytes) {
 
 }  // namespace
 
-std::optional<std::map<std::string, std::string>> jsonStringMembers(std::string_view bytes) {
+std::optional<std::map<std::string, std::string>> jsonStringMembers(
+    std::string_view bytes, std::initializer_list<std::string_view> keys) {
   const std::string json = withMarksAsEscapes(bytes);
   NSData* data = [NSData dataWithBytes:json.data() length:json.size()];
   NSDictionary* object = [NSJSONSerialization JSONObjectWithData:data options:0 error:nil];
   if (![object isKindOfClass:NSDictionary.class]) return std::nullopt;
   std::map<std::string, std::string> members;
-  for (NSString* key in object) {
-    NSString* value = object[key];
-    if ([value isKindOfClass:NSString.class]) members[fromNSString(key)] = fromNSString(value);
+  for (const auto key : keys) {
+    NSString* value = object[nsString(key)];
+    if ([value isKindOfClass:NSString.class]) members.emplace(key, fromNSString(value));
   }
   return members;
 }

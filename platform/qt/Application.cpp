@@ -1,6 +1,5 @@
 #include "platform/Application.h"
 
-#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
@@ -61,11 +60,6 @@ struct Application::Implementation {
 };
 
 Application::Application() {
-  // The few threads never wait for memory, but each would hold some back for itself.
-  ::mallopt(M_ARENA_MAX, 1);
-  // As it is by default, but fixed: else it grows with the largest answer ever freed, and the
-  // process keeps up to 64 MiB.
-  ::mallopt(M_TRIM_THRESHOLD, 128 * 1024);
   qInstallMessageHandler(dropMessage);
   // Windows are described to assistive technology from the start, not only from the moment when a
   // screen reader asks the session for it.

@@ -13,7 +13,7 @@ void openUrl(const Url& url) {
   QProcess opener;
   opener.setProgram(u"xdg-open"_s);
   opener.setArguments({toQString(url.absoluteString())});
-  opener.setProcessEnvironment(OwnEnvironment::forQtsChildren());
+  opener.setProcessEnvironment(OwnEnvironment::forChildren());
   // What the browser prints is not this program's output.
   opener.setStandardInputFile(QProcess::nullDevice());
   opener.setStandardOutputFile(QProcess::nullDevice());

@@ -8,10 +8,11 @@ import time
 
 
 def start(arguments, environment, identity=(), **options):
-    """Starts a process that the kernel kills with us, however we end. `identity` are options of
-    setpriv that make it another user's."""
-    return subprocess.Popen(["/usr/bin/setpriv", *identity, "--pdeathsig", "KILL", "--",
-                             *arguments], env=environment, stdin=subprocess.DEVNULL, **options)
+    """Starts a process that the kernel kills with us, however we end, and that ignores no signal,
+    whatever we ignore. `identity` are options of setpriv that make it another user's."""
+    return subprocess.Popen(["/usr/bin/env", "--default-signal", "/usr/bin/setpriv", *identity,
+                             "--pdeathsig", "KILL", "--", *arguments],
+                            env=environment, stdin=subprocess.DEVNULL, **options)
 
 
 def stop(process, patience=5.0):

@@ -6,6 +6,7 @@ PELLIX_SICK_POLLS=all takes one process through every sickness, poll by poll, fo
 
 import contextlib
 import gzip
+import json
 import os
 import socket
 import statistics
@@ -26,9 +27,11 @@ ALL_POLLS = os.environ.get("PELLIX_SICK_POLLS") == "all"
 
 # Generous, for loaded machines: that nothing blocks, not how fast it is. The figures are printed.
 SLOWEST_CLICK = 3.0
-MEMORY_TOLERANCE = 12 * MIB
+MEMORY_TOLERANCE = 72 * MIB  # the allocator keeps up to 64 for the next large answer
+MOST_MEMORY = 300 * MIB
 
 STALE = b'{"state": "stale"}'
+TOWER = b'{"":' * 900 + b"1" + b"}" * 900 + b","
 # The state shown, and the age of the last heartbeat if there was an answer.
 DOWN = ("offline", None)
 ANSWERED = ("stale", "never")
@@ -68,6 +71,25 @@ def object_with(content):
     return b'{"state": "stale", "x": ' + content + b"}"
 
 
+def filled(begin, content, end, more=None):
+    """An answer of 16 MiB whose last member is made of as much of these contents as it takes."""
+    def respond(connection):
+        rest = 16 * MIB - len(object_with(begin + end))
+        if more is None:
+            body = content * (rest // len(content))
+        else:
+            body = content + more * (rest - len(content))
+        connection.sendall(http(object_with(begin + body + end)))
+    return respond
+
+
+def send_members(connection):
+    connection.sendall(head(f"Content-Length: {250 * MIB}") + b"{")
+    members = b"".join(b'"%06d":"",' % i for i in range(MIB // 10))
+    while True:
+        connection.sendall(members)
+
+
 # What the service does, and what the menu shows then: one of these.
 SICKNESSES = {
     "says nothing": (say_nothing, [DOWN]),
@@ -80,22 +102,22 @@ SICKNESSES = {
     "no content": (send(b"HTTP/1.1 204 No Content\r\n\r\n"), [DOWN]),
     "Content-Length too large": (send(head("Content-Length: 1000") + STALE), [DOWN]),
     "Content-Length too small": (send(head("Content-Length: 9") + STALE), [DOWN]),
-    "Content-Length negative": (send(head("Content-Length: -1") + STALE), [DOWN]),
-    "Content-Length no number": (send(head("Content-Length: many") + STALE), [DOWN]),
+    "Content-Length negative": (send(head("Content-Length: -1") + STALE), [DOWN, ANSWERED]),
+    "Content-Length no number": (send(head("Content-Length: many") + STALE), [DOWN, ANSWERED]),
     "Content-Length beyond all numbers": (send(head(f"Content-Length: {10 ** 40}") + STALE),
-                                          [DOWN]),
+                                          [DOWN, ANSWERED]),
     "two Content-Lengths": (send(head("Content-Length: 3", "Content-Length: 18") + STALE),
                             [DOWN]),
     "chunked": (send(chunked((b"9", STALE[:9]), (b"9", STALE[9:]), (b"0", b""))), [ANSWERED]),
     "chunked, cut short": (send(chunked((b"9", STALE[:9]))), [DOWN]),
     "chunked, sizes of nonsense": (send(chunked((b"zz", STALE), (b"-5", b""))), [DOWN]),
     "chunked, an enormous size": (send(chunked((b"f" * 15, STALE))), [DOWN]),
-    "gzip that nobody asked for": (send(compressed(STALE)), [DOWN]),
-    "gzip, cut short": (send(http(gzip.compress(STALE)[:-9], headers=["Content-Encoding: gzip"])),
+    "gzip": (send(compressed(STALE)), [ANSWERED]),
+    "gzip, cut short": (send(http(gzip.compress(STALE)[:-12], headers=["Content-Encoding: gzip"])),
                         [DOWN]),
     "gzip, not true": (send(http(STALE, headers=["Content-Encoding: gzip"])), [DOWN]),
     "gzip, 300 MiB in little": (send(compressed(b" " * 300 * MIB)), [DOWN]),
-    "unheard-of encoding": (send(http(STALE, headers=["Content-Encoding: zap"])), [DOWN]),
+    "unheard-of encoding": (send(http(STALE, headers=["Content-Encoding: zap"])), [ANSWERED]),
     "HTTP/0.9": (send(STALE), [DOWN]),
     "noise": (send(bytes(range(256)) * 40), [DOWN]),
     "a head without end": (send(b"HTTP/1.1 200 OK\r\n" + b"X: y\r\n" * 200_000), [DOWN]),
@@ -104,8 +126,19 @@ SICKNESSES = {
     "only ever 100 Continue": (send(b"HTTP/1.1 100 Continue\r\n\r\n" * 1000), [DOWN]),
     "wants a password": (send(http(STALE, "401 Unauthorized", [
         'WWW-Authenticate: Basic realm="x"'])), [ANSWERED]),
-    "100 MiB of an object": (send(http(object_with(b'"' + b"a" * 100 * MIB + b'"'))), [ANSWERED]),
-    "100 MiB of nothing": (send(http(bytes(100 * MIB))), [DOWN]),
+    "16 MiB in one text": (filled(b'"', b"a", b'"'), [ANSWERED]),
+    "16 MiB of spaces": (filled(b"", b" ", b"0"), [ANSWERED]),
+    "16 MiB of numbers": (filled(b"[", b"1,", b"1]"), [DOWN, ANSWERED]),
+    "16 MiB of members": (filled(b'{', b'"":1,', b'"":1}'), [DOWN, ANSWERED]),
+    "16 MiB of arrays": (filled(b"[", b"[1],", b"1]"), [DOWN, ANSWERED]),
+    "16 MiB of objects": (filled(b"[", b'{"":1},', b"1]"), [DOWN, ANSWERED]),
+    "16 MiB of towers": (filled(b"[", TOWER, b"1]"), [DOWN, ANSWERED]),
+    "as much as is parsed, of numbers": (filled(b"[", b"1," * 3_000_000, b"1]", b" "), [ANSWERED]),
+    "as much as is parsed, of members": (filled(b"{", b'"":1,' * 3_000_000, b'"":1}', b" "),
+                                         [ANSWERED]),
+    "as much as is parsed, of towers": (filled(b"[", TOWER * 990, b"1]", b" "), [ANSWERED]),
+    "more than 16 MiB": (send(http(STALE + b" " * 16 * MIB)), [DOWN]),
+    "250 MiB of members": (send_members, [DOWN]),
     "arrays 1,000,000 deep": (send(http(b"[" * 1_000_000 + b"]" * 1_000_000)), [DOWN]),
     "objects 1,000,000 deep": (send(http(b'{"a":' * 1_000_000 + b"1" + b"}" * 1_000_000)), [DOWN]),
     "an object 1,000,000 wide": (send(http(b'{"state": "stale"' + b"".join(
@@ -175,6 +208,7 @@ def expect_memory(application, before, name):
     peak = memory(application, "VmHWM")
     print(f"    memory {grown / MIB:+.1f} MiB, at most {peak / MIB:.0f} MiB")
     assert grown < MEMORY_TOLERANCE, name
+    assert peak < MOST_MEMORY, name
 
 
 @pytest.fixture(scope="module")
@@ -233,13 +267,41 @@ def test_an_identifier_of_10_mib_is_shown_at_its_ends_and_copied_whole(applicati
     assert application.running
 
 
-def test_a_click_opens_the_menu_while_100_mib_come_in(application_on, service):
+def test_texts_of_16_mib_take_little_memory(application, service):
+    texts = dict.fromkeys(("site", "email", "device_id", "last_heartbeat"), "x" * (4 * MIB - 99))
+    service.answer(json.dumps({"state": "stale"} | texts))
+    application.start()
+    wait_for("the menu", lambda: application.item().menu, 30)
+    assert application.titles()[0] == titles(ANSWERED)[0]
+    peak = memory(application, "VmHWM")
+    print(f"\n16 MiB of texts: at most {peak / MIB:.0f} MiB")
+    assert peak < MOST_MEMORY
+
+
+@pytest.mark.parametrize("more", [16, 32, 64, 96, 128, 160, 192])
+@pytest.mark.parametrize("name", ["16 MiB in one text", "as much as is parsed, of members",
+                                  "as much as is parsed, of towers"])
+def test_running_out_of_memory_for_an_answer_is_no_answer(application, service, name, more):
+    application.start()
+    wait_for_usual_menu(application)
+    size = memory(application, "VmPeak")
+    application.stop()
+    service.respond, _outcomes = SICKNESSES[name]
+    application.start(wrapper=["prlimit", f"--as={size + more * MIB}"])
+    wait_for("the outcome of the poll", lambda: application.item().menu, 60)
+    shown = application.titles()
+    assert shown in (titles(DOWN), titles(ANSWERED))
+    print(f"\n{name}, {more} MiB: {shown[0]}")
+    assert application.said() == ""
+
+
+def test_a_click_opens_the_menu_while_16_mib_come_in(application_on, service):
     application = application_on(bar="light")
     application.start()
     service.wait_for_requests(1)
     application.open_menu()
     application.desktop.press("Escape")
-    sick, _outcomes = SICKNESSES["100 MiB of an object"]
+    sick, _outcomes = SICKNESSES["16 MiB of members"]
     busy = threading.Event()
 
     def respond(connection):
@@ -260,7 +322,7 @@ def test_memory_comes_back_and_the_next_poll_is_as_ever(application, service):
     application.start()
     wait_for_usual_menu(application)
     before = memory(application)
-    sicknesses = SICKNESSES if ALL_POLLS else ["100 MiB of an object"]
+    sicknesses = SICKNESSES if ALL_POLLS else ["16 MiB of members", "16 MiB in one text"]
     for name in sicknesses:
         if name == "one byte a second":
             continue  # lasts longer than the time between two polls
@@ -314,13 +376,27 @@ def test_no_redirect_leads_off_this_machine(application, service, share):
         application.stop()
 
 
-def test_a_redirect_on_this_machine_is_followed(application, service, stack):
-    other = stack.enter_context(contextlib.closing(Service(state="stale")))
-    service.answer("", "302 Found", [f"Location: http://127.0.0.1:{other.port}/elsewhere?x=y"])
+def test_a_redirect_to_the_same_service_is_followed(application, service):
+    def respond(connection):
+        if len(service.requests) > 1:
+            service.send_status(connection)
+        else:
+            connection.sendall(http("", "302 Found", [
+                f"Location: http://127.0.0.1:{service.port}/elsewhere?x=y"]))
+
+    service.respond = respond
     reached = traced(application)
-    assert application.titles() == titles(ANSWERED)
-    assert reached() == {("127.0.0.1", service.port), ("127.0.0.1", other.port)}
-    assert other.requests[0].startswith("GET /elsewhere?x=y HTTP/1.1\r\n")
+    assert application.titles() == USUAL_MENU
+    assert reached() == {("127.0.0.1", service.port)}
+    assert service.requests[1].startswith("GET /elsewhere?x=y HTTP/1.1\r\n")
+
+
+def test_a_redirect_to_another_port_is_not_followed(application, service, stack):
+    other = stack.enter_context(contextlib.closing(Service(state="stale")))
+    service.answer("", "302 Found", [f"Location: http://127.0.0.1:{other.port}/"])
+    reached = traced(application)
+    assert application.titles() == titles(DOWN)
+    assert reached() == {("127.0.0.1", service.port)}
 
 
 def test_a_redirect_loop_ends(application, service):

@@ -8,7 +8,7 @@ import time
 
 import pytest
 
-from desktop import notifier, product
+from desktop import notifier, processes, product
 from desktop.files import write_program
 from desktop.headless import Headless
 from desktop.processes import TimedOut, wait_for
@@ -104,6 +104,16 @@ def test_a_signal_ends_it_while_its_menu_is_open(application_on, service):
     application.process.terminate()
     assert application.wait_for_end(5) in (0, -signal.SIGTERM)
     assert application.said() == ""
+
+
+def test_what_the_tests_ignore_still_ends_what_they_start():
+    """Hang-ups, under nohup and on some runners."""
+    before = signal.signal(signal.SIGHUP, signal.SIG_IGN)
+    try:
+        process = processes.start(["/bin/sh", "-c", "kill -HUP $$"], os.environ)
+        assert process.wait(5) == -signal.SIGHUP
+    finally:
+        signal.signal(signal.SIGHUP, before)
 
 
 # The display ends ----------------------------------------------------------------------

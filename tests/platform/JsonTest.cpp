@@ -7,7 +7,12 @@
 namespace {
 
 using Members = std::map<std::string, std::string>;
-using platform::jsonStringMembers;
+
+/// Every member that one of these tests looks for.
+std::optional<Members> jsonStringMembers(std::string_view text) {
+  return platform::jsonStringMembers(
+      text, {"a", "b", "c", "d", "e", "f", "h", "state", "email", "ключ", "last"});
+}
 
 TEST(JsonContract, givesTheStringMembersOfAnObject) {
   const Members expected = {{"state", "authorized"}, {"email", ""}};
@@ -27,8 +32,11 @@ TEST(JsonContract, membersOfOtherTypesAreLeftOut) {
 }
 
 TEST(JsonContract, keysAreExact) {
-  const auto members = jsonStringMembers(R"({"State":"x"," state":"y","":"z"})");
-  EXPECT_EQ(members, (Members{{"State", "x"}, {" state", "y"}, {"", "z"}}));
+  const auto* const text = R"({"State":"x"," state":"y","":"z","state\u0000":"v"})";
+  EXPECT_EQ(jsonStringMembers(text), Members());
+  EXPECT_EQ(platform::jsonStringMembers(text, {"State", " state", ""}),
+            (Members{{"State", "x"}, {" state", "y"}, {"", "z"}}));
+  EXPECT_EQ(platform::jsonStringMembers(text, {}), Members());
 }
 
 TEST(JsonContract, escapesAreResolved) {
@@ -41,8 +49,9 @@ TEST(JsonContract, textBeyondAsciiIsUtf8) {
 }
 
 TEST(JsonContract, aByteOrderMarkIsPartOfTheText) {
-  EXPECT_EQ(jsonStringMembers("{\"\uFEFFa\":\"\uFEFFx\uFEFF\",\"b\":\"\\\"\uFEFF\"}"),
-            (Members{{"\uFEFFa", "\uFEFFx\uFEFF"}, {"b", "\"\uFEFF"}}));
+  EXPECT_EQ(jsonStringMembers("{\"a\":\"\uFEFFx\uFEFF\",\"b\":\"\\\"\uFEFF\"}"),
+            (Members{{"a", "\uFEFFx\uFEFF"}, {"b", "\"\uFEFF"}}));
+  EXPECT_EQ(jsonStringMembers("{\"\uFEFFa\":\"x\"}"), Members());
   EXPECT_EQ(jsonStringMembers("{\"a\"\uFEFF:\"x\"}"), std::nullopt);
 }
 
@@ -145,9 +154,7 @@ TEST(JsonContract, longTextsAreRead) {
 TEST(JsonContract, manyMembersAreRead) {
   std::string text = "{";
   for (int i = 0; i < 20'000; ++i) text += "\"key" + std::to_string(i) + "\":\"v\",";
-  const auto members = jsonStringMembers(text + "\"last\":0}");
-  ASSERT_TRUE(members);
-  EXPECT_EQ(members->size(), 20'000u);
+  EXPECT_EQ(jsonStringMembers(text + "\"last\":\"x\"}"), (Members{{"last", "x"}}));
 }
 
 }  // namespace

