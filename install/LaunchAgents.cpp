@@ -54,7 +54,7 @@ constexpr std::string_view menubarTemplate = R"(<?xml version="1.0" encoding="UT
 /// under this program's control.
 std::string filled(std::string_view rest, const std::map<std::string_view, std::string>& values) {
   std::string text;
-  for (auto open = rest.find('{'); open != rest.npos; open = rest.find('{')) {
+  for (auto open = rest.find('{'); open != std::string_view::npos; open = rest.find('{')) {
     const auto close = rest.find('}');
     text.append(rest.substr(0, open)).append(values.at(rest.substr(open + 1, close - open - 1)));
     rest.remove_prefix(close + 1);
