@@ -35,13 +35,13 @@ def test_each_system_has_every_step_in_the_order_of_doing_it(system):
 def test_identifiers_are_those_of_the_sources():
     info = (ROOT / "resources/macos/Info.plist.in").read_text()
     package = (ROOT / "script/package").read_text()
-    [prefix] = re.findall(r"--prefix (\S+)", package)
+    [service] = re.findall(r"--identifier (com\S+)", package)
     [receipt] = re.findall(r"^identifier=(\S+)$", package, re.MULTILINE)
     [application] = re.findall(r"<string>(com\.velmor\.[a-z.]+)</string>", info)
     [rows] = tables("Allow-lists")
-    assert rows[0][1:] == [f"`{application}`", f"`{prefix}velmor-guard`"]
+    assert rows[0][1:] == [f"`{application}`", f"`{service}`"]
     assert set(re.findall(r"com\.velmor\.pellix(?:[a-z.-]*[a-z])?", DOCUMENT)) == {
-        "com.velmor.pellix", application, receipt, f"{prefix}velmor-guard", f"{application}.json",
+        "com.velmor.pellix", application, receipt, service, f"{application}.json",
         "com.velmor.pellix.menubar.plist"}
 
 

@@ -156,7 +156,7 @@ class Tree:
                     program=program, identifier=identifier, team=team,
                     cdhash=a_code_hash(program, architecture)))
 
-    def package(self, *arguments, variables=None):
+    def package(self, *arguments, variables=None, umask=0o022):
         inherited = {name: value for name, value in os.environ.items()
                      if not name.startswith("PELLIX_")}
         environment = inherited | {"PATH": f"{self.folder / 'bin'}:/usr/bin:/bin",
@@ -164,7 +164,7 @@ class Tree:
                                    "CALLS": str(self.calls_path)} | (variables or {})
         return subprocess.run([self.folder / "script/package", *arguments], env=environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.PIPE, text=True, check=False)
+                              stderr=subprocess.PIPE, text=True, check=False, umask=umask)
 
     def made(self):
         return sorted(path.name for path in self.output.iterdir())
@@ -271,6 +271,31 @@ def test_both_programs_are_hardened_time_stamped_and_without_entitlements_of_our
         assert "--entitlements" not in line
 
 
+def test_the_service_has_the_identifier_that_is_documented_whatever_it_says_of_itself(tree):
+    [line] = [line for line in commands(tree, IDENTITIES) if line.startswith("codesign --force") and "guard" in line]
+    assert f"--identifier {PROGRAMS['service']} " in line
+
+
+def test_both_signatures_are_verified(tree):
+    """To that of the application the service is a resource, whose own signature it does not look at."""
+    lines = commands(tree, IDENTITIES)
+    last_signature = max(number for number, line in enumerate(lines) if line.startswith("codesign --force"))
+    for name in ("velmor-guard", "Velmor\\ Pellix.app"):
+        [verified] = [number for number, line in enumerate(lines)
+                      if line.startswith("codesign --verify --strict") and line.endswith(f"/{name}")]
+        assert verified > last_signature
+
+
+def test_a_tree_without_a_commit_fails_before_anything_is_signed(tree):
+    result = tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": "git"})
+    assert result.returncode != 0 and not tree.calls("codesign", "xcrun notarytool")
+
+
+def test_a_disk_image_that_fails_says_why(tree):
+    [line] = [line for line in commands(tree, {}) if line.startswith("hdiutil")]
+    assert "-quiet" not in line  # which closes the standard error, too
+
+
 def test_the_application_is_stapled_before_it_is_packed(tree):
     lines = commands(tree, NOTARISED)
     stapled = position(lines, "stapler staple", "Pellix.app")
@@ -375,7 +400,7 @@ def test_an_unsigned_package_may_be_for_an_example_and_says_so(tree):
     assert "FOR AN EXAMPLE" in result.stdout
 
 
-@pytest.mark.parametrize("tool", [tool for tool in TOOLS if tool not in ("uname", "spctl")])
+@pytest.mark.parametrize("tool", [tool for tool in TOOLS if tool != "uname"])
 def test_a_failing_step_is_the_last(tree, tool):
     result = tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": tool})
     assert result.returncode != 0
@@ -626,6 +651,16 @@ def test_the_payload_changes_the_mode_of_no_folder_of_the_system(tree):
         ".": 0o755, "Applications": 0o775, "Library": 0o755, "Library/LaunchAgents": 0o755,
         "Library/LaunchAgents/com.velmor.pellix.first-login.plist": 0o644}
     assert not [name for name, mode in modes.items() if ".app" in name and mode & 0o022]
+
+
+def test_whoever_packs_everybody_can_read_what_is_packed(tree):
+    """What signing and stapling add bears the modes that the packing user's mask leaves."""
+    tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": "pkgbuild"}, umask=0o077)
+    app = tree.output / "work/root/Applications/Velmor Pellix.app/Contents"
+    for name in ("_CodeSignature", "_CodeSignature/CodeResources", "CodeResources", "Info.plist"):
+        assert (app / name).stat().st_mode & 0o044 == 0o044, name
+    tree.package(GUARD, SITE, variables=NOTARISED, umask=0o077)
+    assert all((tree.output / name).stat().st_mode & 0o044 == 0o044 for name in (".", *MADE))
 
 
 def test_help_is_the_head_of_the_script_and_does_nothing(tree):
