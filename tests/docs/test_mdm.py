@@ -42,6 +42,7 @@ def test_identifiers_are_those_of_the_sources():
     assert rows[0][1:] == [f"`{application}`", f"`{service}`"]
     assert set(re.findall(r"com\.velmor\.pellix(?:[a-z.-]*[a-z])?", DOCUMENT)) == {
         "com.velmor.pellix", application, receipt, service, f"{application}.json",
+        "com.velmor.pellix.first-login", "com.velmor.pellix.first-login.plist",
         "com.velmor.pellix.menubar.plist"}
 
 
@@ -63,13 +64,16 @@ def tools(tmp_path):
     return tmp_path
 
 
-@pytest.mark.parametrize("number, form", [(0, "{}"), (1, "<result>{}</result>")])
-def test_the_attribute_scripts_print_the_doctors_line(tools, number, form):
-    assert len(blocks("sh", "attribute")) == 2
-    made = run(blocks("sh", "attribute")[number], tools)
+@pytest.mark.parametrize("name, form", [("attribute.sh", "{}"), ("attribute-jamf.sh", "<result>{}</result>")])
+def test_the_attribute_scripts_print_the_doctors_line_and_succeed_whatever_it_finds(tools, name, form):
+    made = run("set -e\n" + "".join(blocks("sh", "attribute")), tools)
     assert (made.returncode, made.stdout, made.stderr) == (0, "", "")
-    result = run("/bin/bash attribute.sh / computer ann '' --json", tools)
-    assert (result.stdout, result.stderr) == (form.format("called with --line") + "\n", "")
+    assert (tools / name).read_text().startswith("#!/bin/bash\n")
+    temporary = tools / "temporary"
+    temporary.mkdir()
+    result = run(f"/bin/bash {name} / computer ann '' --json", tools, TMPDIR=str(temporary))
+    assert (result.returncode, result.stdout, result.stderr) == (0, form.format("called with --line") + "\n", "")
+    assert not list(temporary.iterdir())
 
 
 def test_the_removal_script_removes_for_all_users(tools):
@@ -139,6 +143,10 @@ CONTENT = {
          "path": "/Users/ann/Library/LaunchAgents/com.velmor.pellix.menubar.plist", "process_type": "Interactive"},
         {"label": "com.velmor.pellix.menubar", "program_arguments": "/Volumes/Velmor Pellix/Velmor Pellix.app/x",
          "path": "/Users/bob/Library/LaunchAgents/com.velmor.pellix.menubar.plist"},
+        {"label": "com.velmor.pellix.first-login", "run_at_load": "1",
+         "path": "/Library/LaunchAgents/com.velmor.pellix.first-login.plist", "program_arguments": "/bin/sh -c #"},
+        {"label": "com.velmor.pellix.first-login", "program_arguments": "/tmp/evil",
+         "path": "/Users/bob/Library/LaunchAgents/com.velmor.pellix.first-login.plist"},
         {"label": "com.velmor.pellixer", "path": "/Library/LaunchAgents/com.velmor.pellixer.plist"}],
     "apps": [{"path": APPLICATION, "bundle_identifier": "com.velmor.pellix.app", "bundle_short_version": "1.0.0"},
              {"path": "/Applications/Other.app", "bundle_identifier": "other"}],
@@ -163,8 +171,13 @@ ANSWERS = {
              ("com.velmor.pellix.menubar", "/Users/ann/Library/LaunchAgents/com.velmor.pellix.menubar.plist",
               PROGRAM, "1", "0", "Interactive"),
              ("com.velmor.pellix.menubar", "/Users/bob/Library/LaunchAgents/com.velmor.pellix.menubar.plist",
-              "/Volumes/Velmor Pellix/Velmor Pellix.app/x", None, None, None)],
+              "/Volumes/Velmor Pellix/Velmor Pellix.app/x", None, None, None),
+             ("com.velmor.pellix.first-login", "/Library/LaunchAgents/com.velmor.pellix.first-login.plist",
+              "/bin/sh -c #", "1", None, None),
+             ("com.velmor.pellix.first-login", "/Users/bob/Library/LaunchAgents/com.velmor.pellix.first-login.plist",
+              "/tmp/evil", None, None, None)],
     "strays": [("bob", "/Volumes/Velmor Pellix/Velmor Pellix.app/x")],
+    "impostors": [("/Users/bob/Library/LaunchAgents/com.velmor.pellix.first-login.plist", "/tmp/evil")],
     "version": [("1.0.0", "https://your.site")],
     "services": [("ann", "new", 1), ("bob", "old", 0)],
     "signature": [(1, "com.velmor.pellix.app", "ABCDE12345", "c0ffee")],
