@@ -87,6 +87,11 @@ def test_actions_are_pinned_by_commit_and_say_which_version_that_is():
             assert "uses:" not in line or re.search(r"@[0-9a-f]{40} # v\d+\.\d+\.\d+$", line)
 
 
+def test_what_is_checked_out_holds_no_token_for_what_runs_there():
+    checked_out = [step for step in steps() if step.get("uses", "").startswith("actions/checkout@")]
+    assert checked_out and all(step["with"]["persist-credentials"] is False for step in checked_out)
+
+
 def test_what_the_workflow_runs_is_there():
     commands = [step["run"] for step in steps() if step.get("run", "").startswith(("script/", ".ci/"))]
     assert "script/check-macos" in commands and "script/check-package" in commands
