@@ -29,8 +29,8 @@ MADE = ["SHA256SUMS", "VelmorPellix-1.0.0.cdx.json", "VelmorPellix-1.0.0.dSYM.zi
         "uninstall"]
 
 # As CMake leaves it: a definition that is not given keeps the value of an earlier run.
-BUILD = """#!/usr/bin/python3
-import os, pathlib, re, shlex, subprocess, sys
+BUILD = """#!/usr/bin/python3 -IS
+import os, pathlib, re, subprocess, sys
 with open(os.environ["CALLS"], "a") as calls:
     calls.write(subprocess.run(["bash", "-c", 'words=$(printf "%q " "$@"); echo "${words% }"', "-",
                                 "script/build", *sys.argv[1:]], stdout=-1, text=True).stdout)
