@@ -27,10 +27,8 @@ class UrlSession {
 
   /// Starts one plain GET and returns at once. Any thread. The handler is called exactly once, off
   /// the main thread and one at a time. Requests are independent and may end in any order.
-  /// Redirects are followed where the platform allows.
-  ///
-  /// Linux follows them within the origin that was asked, and takes bodies of up to 16 MiB,
-  /// decoded. It calls the handler itself, without a body, if the system has no thread to give.
+  /// Redirects are followed, and large bodies taken, as far as the platform allows. Without a
+  /// thread to be had, the handler may be called before this returns.
   void dataTaskWithUrl(const Url& url, CompletionHandler completionHandler);
 
  private:
