@@ -21,6 +21,8 @@ prints one line per rule: what is expected, what was seen, and how to mend it.
 Exits with 0 if every rule holds that must, and with 1 if not. Advice changes nothing about that.
 docs/service-contract.md explains the rules."""
 
+ENDS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+
 OK, FAILED, UNHEEDED, SKIPPED = "ok", "failed", "unheeded", "skipped"
 WORDS = {OK: "ok", FAILED: "FAILED", UNHEEDED: "advice", SKIPPED: "skipped"}
 
@@ -88,11 +90,12 @@ def outcomes(program, patience, skipped):
 
 def interrupt_on_signals(seconds):
     def end(number, _frame):
+        hold_interrupts()
         if number == signal.SIGALRM:
             raise Interrupted(f"This has taken {seconds:g} seconds: the rest is not checked.", 1)
         raise Interrupted(f"Ended by {signal.Signals(number).name}.", 128 + number)
 
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGALRM):
+    for number in (*ENDS, signal.SIGALRM):
         signal.signal(number, end)
     signal.setitimer(signal.ITIMER_REAL, seconds)
 
@@ -100,7 +103,7 @@ def interrupt_on_signals(seconds):
 def hold_interrupts():
     """Tidying up takes a moment and must not be cut short."""
     signal.setitimer(signal.ITIMER_REAL, 0)
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+    for number in ENDS:
         signal.signal(number, signal.SIG_IGN)
 
 
@@ -188,7 +191,7 @@ def options_in(arguments):
 
 
 def main(arguments):
-    for stream in (sys.stdout, sys.stderr):
+    for stream in filter(None, (sys.stdout, sys.stderr)):  # None is one that is closed
         stream.reconfigure(errors="backslashreplace")
     options = options_in(arguments)
     try:

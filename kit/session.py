@@ -59,15 +59,12 @@ class Session:
         left = kill_all_for(self.home)
         if left:
             print(f"These processes do not end: {left}", file=sys.stderr)
-        self.remove()
-
-    def remove(self):
-        for folder, names, _files in os.walk(self.folder):
-            for path in (os.path.join(folder, name) for name in names):
-                if not os.path.islink(path):
-                    with contextlib.suppress(OSError):
-                        os.chmod(path, 0o700)
-        shutil.rmtree(self.folder, ignore_errors=True)
+        try:
+            remove(self.folder)
+        except FileNotFoundError:
+            pass  # the service has removed it
+        except OSError as problem:
+            print(f"Something is left: {problem}", file=sys.stderr)
 
     # The installation ------------------------------------------------------------
 
@@ -278,6 +275,23 @@ class Session:
         if problem:
             self.forget()  # its end, if it has ended, is no riddle
             raise NotSo(f"after {after}: {problem}")
+
+
+def remove(folder):
+    """Removes a folder of any depth and whatever its modes: each folder in it is moved up first."""
+    folders = [str(folder)]
+    os.chmod(folder, 0o700)
+    for path in folders:  # it grows
+        for entry in list(os.scandir(path)):
+            if entry.is_dir(follow_symlinks=False):
+                os.chmod(entry.path, 0o700)
+                aside = tempfile.mkdtemp(dir=folder)
+                os.rename(entry.path, aside)
+                folders.append(aside)
+            else:
+                os.remove(entry.path)
+    for path in reversed(folders):
+        os.rmdir(path)
 
 
 def free_port():

@@ -125,6 +125,13 @@ def test_a_reader_who_leaves_early_ends_it(make, scratch):
     process.stderr.close()
 
 
+@pytest.mark.parametrize("stream", ["1", "2"])
+def test_it_needs_nobody_who_reads(make, stream):
+    result = subprocess.run(["/bin/bash", "-c", f'exec "$@" {stream}>&-', "", COMMAND, make()],
+                            stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=240)
+    assert (result.returncode, result.stderr) == (0, "")
+
+
 # Its end
 
 def test_a_service_that_hangs_at_every_step_is_told_within_the_limit(make):
@@ -159,7 +166,7 @@ def test_the_whole_check_has_a_limit(make):
     assert list(report.rules) == []
 
 
-@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP])
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT])
 @pytest.mark.parametrize("moment", ["id-short", "loopback"])
 def test_whoever_ends_it_ends_all(make, scratch, number, moment):
     seconds = 10_000_000 + os.getpid()
@@ -172,6 +179,15 @@ def test_whoever_ends_it_ends_all(make, scratch, number, moment):
     assert process.returncode == 128 + number
     assert error == f"check-service: Ended by {number.name}.\n"
     assert not processes_called("sleep", str(seconds))
+
+
+def test_whoever_ends_it_before_it_begins_reads_nothing(make, scratch):
+    for moment in range(12):
+        process = start(make())
+        time.sleep(moment * 0.02)
+        process.send_signal(signal.SIGINT)
+        _output, error = process.communicate(timeout=60)
+        assert "kit" not in error.replace(str(ROOT), ""), error  # no traceback from there
 
 
 def test_nothing_that_the_service_starts_is_left(make):

@@ -111,6 +111,19 @@ def test_a_service_that_destroys_its_home_is_refused(make, harm):
         assert report.status == 1
 
 
+def test_a_home_of_any_depth_is_removed(make):
+    """That it is gone is what `scratch` looks at."""
+    report = Report(make("""
+def prepare():
+    os.chdir(FOLDER)
+    for _ in range(2000):
+        os.mkdir("deeper")
+        os.chdir("deeper")
+    os.chmod(FOLDER + "/deeper/deeper", 0)
+"""), "--skip", "[!l]*")
+    assert (report.status, report.error) == (0, "")
+
+
 def test_a_service_that_ends_at_once_keeps_nobody_waiting(make):
     begin = time.monotonic()
     report = Report(make("def prepare(): sys.exit(0)"), patience=10)
@@ -164,7 +177,7 @@ def check_origin(headers):
     assert report.named("failed") in (["page-root"], ["get-safe", "page-root"])
 
 
-def test_pages_that_take_long_to_read_are_not_read_whole(make):
+def test_pages_that_take_long_to_parse_keep_nobody_waiting(make):
     report = Report(make("def root(): return page(b'<!--' * 250000)"))
     assert report.named("failed") == ["page-root"]
 
