@@ -10,6 +10,7 @@ import subprocess
 
 PROC_NET = pathlib.Path("/proc/net")
 LISTEN = "0A"
+MAPPED = "::ffff:"  # an address of IPv4, on a socket of IPv6
 
 
 def listeners(pids, port):
@@ -50,8 +51,9 @@ def listening_sockets():
 def address_in(digits, family):
     """The address that Linux spells in words of its own byte order."""
     words = re.findall("." * 8, digits)
-    return socket.inet_ntop(family, b"".join(
+    address = socket.inet_ntop(family, b"".join(
         int(word, 16).to_bytes(4, "little" if is_little_endian() else "big") for word in words))
+    return address[len(MAPPED):] if address.startswith(MAPPED) else address
 
 
 def is_little_endian():

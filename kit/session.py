@@ -21,6 +21,7 @@ ANSWER_SECONDS = 4  # as long as the application waits
 STOP_SECONDS = 3  # launchd kills after 5
 TAKEN_SECONDS = 5
 GRACE_SECONDS = 0.5
+KNOWN_SECONDS = 2
 WHOLE_SECONDS = 120
 
 SUPPORT = pathlib.PurePath("Library", "Application Support", "VelmorPellix")
@@ -49,6 +50,8 @@ class Session:
         self.identity_run = None
         self.unstartable = None  # why there is none
         self.first_answer = None
+        self.known_status = None
+        self.ignores_managed = False
 
     def __enter__(self):
         adopt_orphans()
@@ -235,14 +238,26 @@ class Session:
             raise Untold.because("status-http") from None
 
     def status(self):
-        """The object in it."""
+        """The object in it, or in a later one while nothing is known yet."""
         answer = self.answer()
         if 300 <= answer.code < 400:
             raise Untold.because("status-direct")
-        try:
-            return contract.json_object(answer.body)
-        except NotSo:
-            raise Untold.because("status-json") from None
+        if self.known_status is None:
+            try:
+                status = contract.json_object(answer.body)
+            except NotSo:
+                raise Untold.because("status-json") from None
+            self.known_status = self.known(status)
+        return self.known_status
+
+    def known(self, status):
+        """This object, or that of a later answer while nothing is known yet."""
+        deadline = time.monotonic() + self.limit(KNOWN_SECONDS)
+        while status.get("state") == "unknown" and time.monotonic() < deadline:
+            time.sleep(0.1)
+            self.service()
+            status = contract.json_object(self.answer_now().body)
+        return status
 
     def answering_service(self):
         """The service, if it has ever answered."""
@@ -255,7 +270,7 @@ class Session:
             answer = self.ask("/status.json")
         except (exchange.Late, exchange.Broken) as problem:
             raise NotSo(str(problem)) from None
-        if answer.code != self.answer().code:
+        if answer.code not in (200, self.answer().code):
             raise NotSo(f"status {answer.code}")
         return answer
 

@@ -24,6 +24,59 @@ def test_the_stand_in_keeps_every_rule(scratch):
     assert report.named("skipped") == MAC
 
 
+# Right services that are written otherwise.
+OTHERWISE = {
+    "takes IPv4 on a socket of IPv6": """
+        def listen():
+            listener = socket.socket(socket.AF_INET6)
+            listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            listener.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 0)
+            listener.bind(("::ffff:127.0.0.1", PORT))
+            listener.listen(64)
+            return listener
+        """,
+    "has another port for itself": """
+        def prepare():
+            global other
+            other = socket.socket()
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+        """,
+    "knows little at first": """
+        import time
+        begin = time.monotonic()
+        right = answer_status
+        def answer_status():
+            if time.monotonic() < begin + 1:
+                return http(503, status_headers(), b'{"state": "unknown"}')
+            return right()
+        """,
+    "never knows": """
+        right = status
+        def status(): return right() | {"state": "unknown"}
+        """,
+    "is asked again each time": """
+        right = status_headers
+        def status_headers(): return right() | {"Cache-Control": "private, max-age=0"}
+        """,
+    "has a large page": """
+        right = page
+        def page(body): return right(b"<style>" + b".a { color: red }" * 10000 + b"</style>" + body)
+        """,
+    "has no administration yet": "def authorize(): raise Refused(403)",
+    "says much when it starts": """
+        def prepare(): print("It starts.\\n" * 100, file=sys.stderr, flush=True)
+        """,
+}
+
+
+@pytest.mark.parametrize("name", OTHERWISE)
+def test_a_service_may_be_right_in_another_way(make, name):
+    report = Report(make(textwrap.dedent(OTHERWISE[name])))
+    assert {name: report.seen(name) for name in report.named("failed")} == {}
+    assert report.named("skipped") == MAC
+
+
 # A short name: the rule, and how the right service is changed.
 BREAKING = {}
 
@@ -153,6 +206,14 @@ member("status-members", "a number", email=4711)
 member("status-state", "capitals", state="Authorized")
 member("status-state", "none", state=None)
 member("status-heartbeat", "no such day", last_heartbeat="2023-02-29T12:34:56Z")
+breaking("status-heartbeat", "wrong once it is known", """
+    import time
+    begin = time.monotonic()
+    right = status
+    def status():
+        if time.monotonic() < begin + 0.5: return {"state": "unknown"}
+        return right() | {"last_heartbeat": "yesterday"}
+    """)
 member("same-id", "another", device_id="GEN-other")
 member("same-id", "empty", device_id="")
 breaking("stable-id", "random", """
@@ -162,6 +223,16 @@ breaking("stable-id", "random", """
         return 0
     right = status
     def status(): return right() | {"device_id": None}
+    """)
+hanging("stable-id", "waits for the service", """
+    right = identify
+    def identify():
+        right()
+        sys.stdout.flush()
+        while os.path.exists(os.path.join(FOLDER, "runs")): pass
+        return 0
+    def prepare():
+        with open(os.path.join(FOLDER, "runs"), "w"): pass
     """)
 breaking("managed-site", "its own", "def site(): return 'https://own.example'")
 breaking("page-root", "nothing to do", "def root(): return page(b'<p>All is well.</p>')")
@@ -297,6 +368,12 @@ breaking("quiet", "an access log", """
     def respond(method, path, headers):
         print(f"{method} {path} from the application", flush=True)
         return right(method, path, headers)
+    """)
+breaking("quiet", "all the time", """
+    def prepare():
+        def flood():
+            while True: os.write(1, b"x" * 65536)
+        threading.Thread(target=flood, daemon=True).start()
     """)
 breaking("keeps-files", "writes managed.json", """
     def prepare():
