@@ -182,9 +182,9 @@ def test_whoever_ends_it_ends_all(make, scratch, number, moment):
 
 
 def test_whoever_ends_it_before_it_begins_reads_nothing(make, scratch):
-    for moment in range(12):
+    for moment in range(6):
         process = start(make())
-        time.sleep(moment * 0.02)
+        time.sleep(moment * 0.04)
         process.send_signal(signal.SIGINT)
         _output, error = process.communicate(timeout=60)
         assert "kit" not in error.replace(str(ROOT), ""), error  # no traceback from there

@@ -116,7 +116,7 @@ def test_a_home_of_any_depth_is_removed(make):
     report = Report(make("""
 def prepare():
     os.chdir(FOLDER)
-    for _ in range(2000):
+    for _ in range(1200):
         os.mkdir("deeper")
         os.chdir("deeper")
     os.chmod(FOLDER + "/deeper/deeper", 0)
