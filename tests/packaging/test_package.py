@@ -392,6 +392,11 @@ def test_the_site_that_counts_is_the_one_in_the_application(tree):
     assert not tree.calls("codesign")
 
 
+def test_a_dry_run_without_a_site_names_the_one_that_is_built_for_then(tree):
+    result = tree.package("--dry-run", GUARD).stdout
+    assert "The site: https://intranet.velmor.example\n" in result and "FOR AN EXAMPLE" in result
+
+
 def test_an_unsigned_package_may_be_for_an_example_and_says_so(tree):
     tree.sign_as("not set")
     result = tree.package(GUARD)
@@ -689,6 +694,15 @@ def test_the_document_names_every_file_that_is_made():
     assert sorted(re.findall(r"^\| `([^`]+)`", section, re.MULTILINE)) == MADE
 
 
+def test_the_package_replaces_whatever_version_is_there_and_nothing_elsewhere():
+    [component] = plistlib.loads((ROOT / "packaging/macos/components.plist").read_bytes())
+    assert (component["BundleIsRelocatable"], component["BundleIsVersionChecked"]) == (False, False)
+    assert (component["BundleHasStrictIdentifier"], component["BundleOverwriteAction"]) == (True, "upgrade")
+    distribution = xml.etree.ElementTree.parse(ROOT / "packaging/macos/Distribution.xml")
+    assert distribution.find("domains").attrib == {
+        "enable_anywhere": "false", "enable_currentUserHome": "false", "enable_localSystem": "true"}
+
+
 def test_the_parts_of_the_package_agree():
     script = (ROOT / "script/package").read_text()
     cmake = (ROOT / "CMakeLists.txt").read_text()
@@ -699,7 +713,6 @@ def test_the_parts_of_the_package_agree():
     distribution = xml.etree.ElementTree.parse(ROOT / "packaging/macos/Distribution.xml")
     assert name == info["CFBundleName"] == info["CFBundleExecutable"]
     assert component["RootRelativeBundlePath"] == f"Applications/{name}.app"
-    assert component["BundleIsRelocatable"] is False
     assert {each.get("id") for each in distribution.iter("pkg-ref")} == {identifier}
     assert [each.text for each in distribution.iter("pkg-ref") if each.text] == ["component.pkg"]
     assert distribution.find("options").get("hostArchitectures") == "arm64,x86_64"
