@@ -1,6 +1,7 @@
 """The configuration profile, and what consoles take instead of it, say what the sources say."""
 
 import json
+import os
 import plistlib
 import re
 import subprocess
@@ -13,7 +14,9 @@ from packaging_harness import ROOT
 
 
 def run(*arguments):
+    # Of several Pythons that of the system, which starts at once.
     return subprocess.run([ROOT / "packaging/macos/make_profile", *arguments], check=False,
+                          env=os.environ | {"PATH": "/usr/bin:/bin"},
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
 
@@ -121,6 +124,13 @@ def test_the_first_window_stays_closed_if_asked_for():
     assert "vlx_welcomed" not in managed_defaults()[1]
 
 
+def test_a_profile_is_for_the_whole_mac_and_all_users():
+    whole = profile()
+    assert (whole["PayloadType"], whole["PayloadScope"]) == ("Configuration", "System")
+    # The version is that of the format, and the only one that macOS knows.
+    assert {each["PayloadVersion"] for each in (whole, *whole["PayloadContent"])} == {1}
+
+
 def test_halves_are_profiles_of_their_own_that_replace_nothing():
     whole = profile("--team", "ABCDE12345", "--no-welcome")
     background = profile("--only", "background", "--team", "ABCDE12345")
@@ -199,6 +209,7 @@ def test_what_the_profile_sets_is_allowed_by_the_schema_and_nonsense_is_not():
 
 
 def test_the_manifest_describes_a_payload():
+    assert manifest()["pfm_platforms"] == ["macOS"]
     names = [each["pfm_name"] for each in manifest()["pfm_subkeys"]]
     assert len(names) == len(set(names))
     assert {each["pfm_name"] for each in manifest()["pfm_subkeys"] if "pfm_require" in each} == {
