@@ -129,6 +129,7 @@ class Tree:
         (folder / "bin").mkdir()
         for name in TOOLS:
             (folder / "bin" / name).symlink_to(RECORDER)
+        (folder / "bin/sleep").symlink_to("/bin/true")
         self.answers.mkdir()
         self.answer("git-log", f"{COMMIT} 2026-11-21T13:00:00+00:00\n")
         self.answer("git-status", "")
@@ -525,6 +526,19 @@ def test_a_notary_that_fails_is_a_refusal(tree, command):
         tree.answer("notary-submit", '{"id":"1-2-3","status":"Invalid"}')
     result = tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": f"xcrun notarytool {command}"})
     assert result.returncode == 1 and "The notary refused" in result.stderr
+
+
+def test_a_ticket_that_comes_late_is_waited_for(tree):
+    tree.answer("stapler-late", "")
+    assert tree.package(GUARD, SITE, variables=NOTARISED).returncode == 0
+    app, again, *others = tree.calls("xcrun stapler")
+    assert app == again and len(others) == 2
+
+
+def test_a_ticket_that_never_comes_is_not_waited_for_for_ever(tree):
+    result = tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": "xcrun stapler"})
+    assert result.returncode == 1 and "no ticket" in result.stderr
+    assert len(tree.calls("xcrun stapler")) == 10 and not tree.calls("pkgbuild")
 
 
 # Team and evidence.
