@@ -1,6 +1,5 @@
 """Runs the program as the application and launchd do, in a home of its own."""
 
-import contextlib
 import os
 import pathlib
 import pwd
@@ -293,16 +292,16 @@ class Session:
 
 
 def remove(folder):
-    """Removes a folder of any depth and whatever its modes: each folder in it is moved up first."""
-    folders = [str(folder)]
+    """Removes a folder of any depth and whatever its modes: each folder in it is moved out first."""
     os.chmod(folder, 0o700)
+    aside = tempfile.mkdtemp(prefix=f"{folder.name}-", dir=folder.parent)
+    folders = [aside, str(folder)]
     for path in folders:  # it grows
         for entry in list(os.scandir(path)):
             if entry.is_dir(follow_symlinks=False):
                 os.chmod(entry.path, 0o700)
-                aside = tempfile.mkdtemp(dir=folder)
-                os.rename(entry.path, aside)
-                folders.append(aside)
+                folders.append(os.path.join(aside, str(len(folders))))
+                os.rename(entry.path, folders[-1])
             else:
                 os.remove(entry.path)
     for path in reversed(folders):
