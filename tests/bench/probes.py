@@ -13,7 +13,7 @@ import time
 
 from gi.repository import Gio, GLib
 
-from desktop import notifier
+from desktop import notifier, processes
 from desktop.application import ROOT, Application
 from desktop.service import Service
 from desktop.session import Desktop
@@ -135,6 +135,20 @@ class Site:
     def launch(self, program, *prefix):
         return Launch(self, [*prefix, program])
 
+    def start_script(self, text):
+        """Runs until its icon is there and its first poll is over."""
+        before = self.polls()
+        script = subprocess.Popen(["bash", "-c", text], env=self.environment,
+                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                  stderr=subprocess.DEVNULL, start_new_session=True)
+        processes.wait_for("the script's poll", lambda: self.polls() > before, PATIENCE)
+        time.sleep(5)
+        return script
+
+    def stop_script(self, script):
+        os.killpg(script.pid, signal.SIGTERM)
+        script.wait()
+
     def polls(self):
         return len(self.service.requests)
 
@@ -178,6 +192,12 @@ def memory(pid):
     """KiB: proportional, private."""
     values = dict(re.findall(r"^(\w+):\s+(\d+) kB", read(f"/proc/{pid}/smaps_rollup"), re.MULTILINE))
     return int(values["Pss"]), int(values["Private_Clean"]) + int(values["Private_Dirty"])
+
+
+def memory_of_tree(pid):
+    """The same, of a process and all that it started."""
+    sums = [memory(pid), *map(memory_of_tree, processes.children(pid))]
+    return tuple(map(sum, zip(*sums)))
 
 
 def libraries(pid):
