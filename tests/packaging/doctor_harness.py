@@ -34,33 +34,12 @@ class Patient:
         self.guard = self.support / "velmor-guard"
         for name in ("sleep", "rm"):  # which here is a limit, and of its own files only
             (mac.tools / name).unlink()
-        self.hurry()
         self.make_application()
         self.make_part()
         self.make_jobs()
         self.listeners("411 velmor-guard 501 ann")
         self.answer({"state": "authorized", "device_id": DEVICE_ID, "site": "https://intranet.velmor.example",
                      "email": "ann@velmor.example", "last_heartbeat": None})
-
-    def hurry(self):
-        """Much goes through these two: as shell scripts they cost little."""
-        real = self.mac.folder / "real"
-        real.mkdir()
-        (self.mac.tools / "launchctl").rename(real / "launchctl")
-        self.executable(self.mac.tools / "launchctl", f"""#!/bin/sh
-[ "$1" != asuser ] || {{ shift 2; exec "$@"; }}
-exec {real}/launchctl "$@"
-""")
-        (self.mac.tools / "sudo").unlink()
-        self.executable(self.mac.tools / "sudo", f"""#!/bin/sh
-case "$1 $2 $3" in
-  "-H -u ann") export MAC_UID=501 HOME={self.home} ;;
-  "-H -u nobody-home") export MAC_UID=503 HOME='{self.mac.home("nobody-home")}' ;;
-  *) exit 1 ;;
-esac
-shift 3
-exec "$@"
-""")
 
     def make_application(self):
         resources = self.application / "Contents/Resources"
