@@ -15,6 +15,9 @@ def postinstall(mac, volume="/"):
     assert (result.returncode, result.stderr) == (0, "")
 
 
+DOCK = "/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock"
+
+
 def opened_by(mac):
     return [call[0] for call in mac.calls("open")]
 
@@ -80,7 +83,7 @@ def with_first_login(mac):
     path = mac.disk / "Library/LaunchAgents/com.velmor.pellix.first-login.plist"
     path.touch()
     for uid in (501, 502):
-        mac.start_process(uid, "/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock")
+        mac.start_process(uid, DOCK)
     return str(path)
 
 
@@ -100,6 +103,14 @@ def test_a_launch_agent_that_was_loaded_before_looks_once_more(mac):
     mac.refuse("launchctl-bootstrap")
     postinstall(mac)
     assert loaded(mac)[1:] == [["kickstart", "gui/502/com.velmor.pellix.first-login"]]
+
+
+def test_an_account_that_is_being_set_up_is_left_to_the_launch_agent(mac):
+    path = with_first_login(mac)
+    (mac.folder / "processes").write_text(f"502 {DOCK}\n")
+    postinstall(mac)
+    assert opened_by(mac) == []
+    assert loaded(mac) == [["bootstrap", "gui/501", path], ["bootstrap", "gui/502", path]]
 
 
 def test_the_launch_agent_does_not_look_where_the_application_was_just_opened(mac):
