@@ -41,12 +41,15 @@ class Mac:
     def lock(self, *paths):
         (self.folder / "locked").write_text("".join(f"{path}\n" for path in paths))
 
-    def run(self, script, *arguments, uid, home="ann", variables=None):
+    def run(self, script, *arguments, uid, home="ann", variables=None, command=None):
         environment = os.environ | {
             "HOME": str(self.home(home)), "MAC": str(self.folder), "MAC_UID": str(uid),
             "PELLIX_TOOLS": str(self.tools), "PELLIX_ROOT": str(self.disk)
         } | (variables or {})
-        return subprocess.run(["/bin/bash", ROOT / script, *map(str, arguments)], env=environment,
+        environment = {name: value for name, value in environment.items()
+                       if not name.startswith("SUDO_") or name in (variables or {})}
+        command = command or ["/bin/bash", ROOT / script, *map(str, arguments)]
+        return subprocess.run(command, env=environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True, timeout=60, check=False)
 

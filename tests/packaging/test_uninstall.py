@@ -385,6 +385,31 @@ def test_a_job_that_cannot_be_stopped_keeps_the_application(mac, install):
     assert installation.application.exists()
 
 
+def test_an_application_that_does_not_quit_is_killed_before_anything_is_removed(mac, install, uninstall):
+    installation = install("ann", loads=False)
+    mac.start(501, installation.application)
+    mac.refuse("to-quit")
+    result = uninstall()
+    assert (result.returncode, result.stderr) == (0, "") and not mac.processes()
+    assert f"Quit {installation.application}" in result.stdout
+    after = [call[1] for call in mac.calls()][[call[1] for call in mac.calls()].index("pkill"):]
+    assert "defaults" in after and "rm" in after
+
+
+def test_root_who_is_refused_is_not_sent_for_root(mac, install):
+    """As Terminal is, until it is allowed to manage applications."""
+    installation = install("ann", loads=False)
+    mac.lock(installation.application)
+    result = mac.run(UNINSTALL, uid=0)
+    assert result.returncode == 1 and "sudo" not in result.stderr
+    assert "Permission denied" in result.stderr and "App Management" in result.stderr
+
+
+def test_what_tests_set_counts_for_nothing_through_sudo(mac):
+    mac.run(UNINSTALL, "--help", uid=0, variables={"SUDO_UID": "501"})
+    assert mac.calls() == []
+
+
 def test_a_user_named_twice_is_removed_once(mac, install):
     install("ann", loads=False)
     result = mac.run(UNINSTALL, "ann", "ann", uid=0)
