@@ -76,6 +76,47 @@ def test_one_line_is_enough_for_an_inventory(patient, arguments, line):
     assert (result.returncode, result.stdout, result.stderr) == (0, line, "")
 
 
+def managed(value):
+    def change(patient):
+        folder = patient.mac.disk / "Library/Managed Preferences/ann"
+        folder.mkdir(parents=True)
+        (folder / "com.velmor.pellix.app.plist").write_text(
+            f"<plist><dict><key>port</key>{value}</dict></plist>")
+    return change
+
+
+def as_on_macos_12(patient):
+    patient.job(SERVICE, "path = /x", "state = running", "", "pid = 411", "last exit code = (never exited)")
+    patient.job(MENUBAR, "path = /x", "state = waiting", "", "last exit code = 0")
+    patient.job("disabled", "disabled services = {", f'\t"{SERVICE}" => false', f'\t"{MENUBAR}" => false', "}")
+
+
+def as_on_macos_15(patient):
+    patient.job(SERVICE, "path = /x", "type = LaunchAgent", "state = running", "", "runs = 1", "pid = 411",
+                "immediate reason = speculative", "last exit code = (never exited)")
+    patient.job(MENUBAR, "state = not running", "runs = 1", "last exit code = 0")
+    patient.job("disabled", "disabled services = {", f'\t"{SERVICE}" => enabled', f'\t"{MENUBAR}" => enabled', "}")
+
+
+HEALTHY = {
+    "a managed port": managed("<integer>8787</integer>"),
+    "a managed port that is no integer": managed("<real>8787</real>"),
+    "macOS 12": as_on_macos_12,
+    "macOS 15": as_on_macos_15,
+    "somebody at the same port of another address": lambda p: p.listeners(
+        "300 ssh 502 bob", "411 velmor-guard 501 ann"),
+    "a service without news": lambda p: p.answer({"device_id": DEVICE_ID, "state": "authorized",
+                                                  "last_heartbeat": None, "site": None}),
+}
+
+
+@pytest.mark.parametrize("name", HEALTHY)
+def test_what_differs_between_macs_is_no_fault(patient, name):
+    HEALTHY[name](patient)
+    result = patient.examine()
+    assert result.stdout.endswith("\nHealthy: nothing to do.\n") and result.returncode == 0
+
+
 # The broken: what is done to the patient, the findings, the exit status ---------------------------
 
 def remove(path):
@@ -129,13 +170,6 @@ def set_port(value):
     return lambda patient: (patient.mac.folder / "defaults/com.velmor.pellix.app port").write_text(value)
 
 
-def managed_port(patient):
-    folder = patient.mac.disk / "Library/Managed Preferences/ann"
-    folder.mkdir(parents=True)
-    (folder / "com.velmor.pellix.app.plist").write_text("<plist><dict><key>port</key>"
-                                                        "<integer>9000</integer></dict></plist>")
-
-
 def wrong_signature(which, how):
     return lambda patient: patient.note("signatures", f"{getattr(patient, which)}: {how}")
 
@@ -184,7 +218,7 @@ BROKEN = {
     "another program answers": (lambda p: (p.listeners("777 nginx 0 root"), p.answer(b"<html>")),
                                 ["port-taken"], 6),
     "another port": (set_port("9000"), ["port-changed"], 6),
-    "a managed port": (managed_port, ["port-changed"], 6),
+    "a managed port": (managed("<integer>9000</integer>"), ["port-changed"], 6),
     "an impossible port": (set_port("99999999999999999999"), ["port-changed"], 6),
     "a service that says nothing": (lambda p: p.answer(None), ["no-answer"], 6),
     "a service that answers nonsense": (lambda p: p.answer(b"[1]"), ["bad-answer"], 6),
@@ -267,7 +301,7 @@ def test_a_port_is_read_as_the_application_reads_it(patient, value, port):
 
 
 def test_a_managed_port_goes_before_the_users(patient):
-    managed_port(patient)
+    managed("<integer>9000</integer>")(patient)
     set_port("9001")(patient)
     assert patient.report()["port"] == {"number": 9000, "source": "managed"}
 
@@ -341,8 +375,36 @@ def test_a_service_that_hangs_and_does_not_listen_to_signals_is_left_behind(pati
 
 def test_nothing_is_left_in_the_temporary_folder(patient, tmp_path):
     (tmp_path / "temporary").mkdir()
-    patient.examine(variables={"TMPDIR": str(tmp_path / "temporary")})
+    patient.examine(uid=501, variables={"TMPDIR": str(tmp_path / "temporary")})
     assert not list((tmp_path / "temporary").iterdir())
+
+
+def test_root_writes_to_no_folder_of_a_user(patient):
+    """Whose folder it is can put links there."""
+    result = patient.examine("--line", variables={"TMPDIR": str(patient.home / "temporary")})
+    assert (result.stdout, result.stderr) == ("healthy 1.0.0 authorized\n", "")
+
+
+def test_a_service_cannot_type_at_the_terminal_of_root(patient):
+    """Who may write to a terminal may type there, and root's shell would run it."""
+    patient.executable(patient.guard, "#!/bin/sh\nif (: >/dev/tty) 2>/dev/null; then id=typed; else id=alone; fi\n"
+                                      "echo \"GEN-$id.\"\n")
+    command = ["script", "-qec", f"/bin/bash {ROOT / patient.doctor} --json", "/dev/null"]
+    text = patient.mac.run(patient.doctor, uid=0, command=command).stdout
+    assert json.loads(text)["device_id"]["printed"] in (None, "GEN-alone.")
+    text = patient.mac.run(patient.doctor, uid=0, command=command, variables={"SUDO_USER": "ann"}).stdout
+    assert json.loads(text)["device_id"]["printed"] == "GEN-typed."  # whose terminal it is
+
+
+def test_a_home_that_is_not_there_cannot_be_examined(patient):
+    patient.mac.home("bob").rmdir()
+    result = patient.examine("--user", "bob")
+    assert (result.returncode, result.stdout) == (1, "") and "no home folder" in result.stderr
+
+
+def test_what_tests_set_counts_for_nothing_through_sudo(patient):
+    patient.examine("--help", variables={"SUDO_UID": "501"})
+    assert patient.mac.calls() == []
 
 
 # How it is called ---------------------------------------------------------------------------------
