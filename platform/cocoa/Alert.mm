@@ -42,6 +42,8 @@ void keepInFront(NSWindow* window) {
 
 int runModal(const Alert& alert) {
   NSAlert* shown = nsAlert(alert);
+  // Else nobody could log out or restart the Mac until it is answered.
+  shown.window.preventsApplicationTerminationWhenModal = NO;
   Application::activateIgnoringOtherApps();
   keepInFront(shown.window);
   return static_cast<int>([shown runModal]);

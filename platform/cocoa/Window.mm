@@ -113,6 +113,7 @@ Window::Window(const WindowContent& content) : implementation(std::make_unique<I
                                                      defer:NO];
   window.title = nsString(content.title);
   window.releasedWhenClosed = NO;
+  window.restorable = NO;  // its state would be kept on disk
   implementation->targets = [NSMutableArray array];
   implementation->controller = [[NSWindowController alloc] initWithWindow:window];
   implementation->controller.shouldCascadeWindows = NO;  // it stays where it was centred
@@ -134,6 +135,8 @@ void Window::makeKeyAndOrderFront() {
   [implementation->controller showWindow:nil];
   // The line above leaves it behind the windows of whoever is active.
   [implementation->controller.window orderFrontRegardless];
+  // Unasked, AppKit passes a button over where the user does not navigate by keyboard.
+  [implementation->controller.window makeFirstResponder:implementation->defaultButton];
 }
 
 void Window::close() {

@@ -259,6 +259,7 @@ TEST_F(ApplicationTest, theDeviceIdWindowIsAsItWasDrawn) {
     EXPECT_FALSE(window.recordedDefer);
     EXPECT_TRUE(window.recordedIsCentered);
     EXPECT_FALSE(window.releasedWhenClosed);
+    EXPECT_FALSE(window.restorable) << "nothing is kept between runs";
     EXPECT_FALSE(window.windowController.shouldCascadeWindows);
     EXPECT_EQ(keyWindow(), window);
     EXPECT_EQ(window.firstResponder, buttonTitled(window.contentView, @"Done"));

@@ -350,6 +350,18 @@ TEST_F(PlatformTest, anAlertThatIsGoneStaysSo) {
   EXPECT_TRUE(doubles::visibleWindows().empty());
 }
 
+TEST_F(PlatformTest, anAlertDoesNotKeepTheSessionFromEnding) {
+  const Application application;
+  for (const Alert& alert :
+       {Alert{.buttons = {"A", "Cancel"}}, Alert::withError(Error("D", 1, ""))}) {
+    doubles::answerAlert = [](NSAlert*) {
+      EXPECT_TRUE(doubles::endSession());
+      return NSAlertFirstButtonReturn;
+    };
+    runModal(alert);
+  }
+}
+
 TEST_F(PlatformTest, theProcessStaysAwakeAsLongAsItsApplication) {
   {
     const Application application;
@@ -490,10 +502,21 @@ TEST_F(PlatformTest, theDefaultButtonHasTheKeyboardAtFirst) {
   const View text{.content = Label{.text = "t", .lineBreakMode = LineBreakMode::byWordWrapping}};
   const View other{.content = Button{.identifier = "o"}};
   const View done{.content = Button{.identifier = "d", .keyEquivalent = "\r"}};
-  Window window({.contentView = {.subviews = {text, other, done}}});
+  for (const bool hasKeyboardNavigation : {true, false}) {
+    doubles::hasKeyboardNavigation = hasKeyboardNavigation;
+    Window window({.contentView = {.subviews = {text, other, done}}});
+    window.makeKeyAndOrderFront();
+    NSWindow* shown = doubles::visibleWindows().at(0);
+    EXPECT_EQ(shown.firstResponder, shown.contentView.subviews[2]);
+  }
+}
+
+TEST_F(PlatformTest, withoutADefaultButtonNoTextIsSelected) {
+  const View text{.content = Label{.text = "t", .lineBreakMode = LineBreakMode::byWordWrapping}};
+  Window window({.contentView = {.subviews = {text}}});
   window.makeKeyAndOrderFront();
   NSWindow* shown = doubles::visibleWindows().at(0);
-  EXPECT_EQ(shown.firstResponder, shown.contentView.subviews[2]);
+  EXPECT_EQ(shown.firstResponder, shown);
 }
 
 TEST_F(PlatformTest, aLayersColourIsThatOfTheApplicationsAppearance) {

@@ -37,6 +37,9 @@ bool runUntil(const std::function<bool()>& condition, double seconds = 10);
 extern std::function<void()> session;
 extern std::vector<std::string> arguments;  ///< of the process
 bool isTerminated();
+/// The user logs out or shuts the Mac down. False if the application keeps the session from ending,
+/// as AppKit does for a modal window that prevents it.
+bool endSession();
 int activations();      ///< how often the application asked to be brought to the front
 NSWindow* keyWindow();  ///< the window with the keyboard
 std::vector<NSWindow*> visibleWindows();
@@ -48,7 +51,8 @@ struct Activity {
   id<NSObject> token;
 };
 std::vector<Activity> activities();
-extern bool isDark;  ///< the system's appearance
+extern bool isDark;                 ///< the system's appearance
+extern bool hasKeyboardNavigation;  ///< the user's setting: buttons take part in it
 
 /// A key press without modifiers, in the key window.
 void pressKey(NSString* key);

@@ -11,6 +11,7 @@ std::vector<std::string> openedUrls;
 bool pasteboardRefuses = false;
 bool isDark = false;
 bool alertsEndAtOnce = false;
+bool hasKeyboardNavigation = false;
 
 void raise(NSString* name, NSString* reason) {
   [NSException raise:name format:@"%@", reason];
@@ -73,6 +74,7 @@ void reset() {
     pasteboardRefuses = false;
     isDark = false;
     alertsEndAtOnce = false;
+    hasKeyboardNavigation = false;
     desktop = {};
     NSApp = nil;
     [NSPasteboard.generalPasteboard clearContents];

@@ -67,6 +67,16 @@ const NSRunLoopMode NSEventTrackingRunLoopMode = @"NSEventTrackingRunLoopMode";
 
 @end
 
+namespace doubles {
+
+bool endSession() {
+  if (NSApp.modalWindow.preventsApplicationTerminationWhenModal) return false;
+  [NSApp terminate:nil];
+  return true;
+}
+
+}  // namespace doubles
+
 @implementation NSProcessInfo (Recorded)
 
 - (NSArray*)arguments {

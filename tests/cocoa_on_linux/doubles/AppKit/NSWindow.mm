@@ -25,6 +25,8 @@ using namespace doubles;
   _title = @"";
   self.styleMask = style;
   self.releasedWhenClosed = YES;
+  self.restorable = (style & NSWindowStyleMaskTitled) != 0;
+  self.preventsApplicationTerminationWhenModal = YES;
   if (backingStoreType != NSBackingStoreBuffered) violation("Only buffered windows exist");
   return self;
 }
@@ -68,15 +70,25 @@ static NSView* firstKeyView(NSView* view) {
   return nil;
 }
 
-// Unless another is chosen, the first text that can be selected or edited has the keyboard, and is
-// selected.
+// Unless another is chosen that may have it, the first text that can be selected or edited has the
+// keyboard, and is selected. A button may where the user navigates by keyboard, which is off at
+// first.
 - (void)chooseFirstResponder {
   if (wasShown) return;
   wasShown = YES;
   NSView* chosen = self.initialFirstResponder;
   if (chosen != nil && chosen.window != self)
     violation("A view of another window has the keyboard");
-  _firstResponder = chosen.acceptsFirstResponder ? chosen : firstKeyView(self.contentView);
+  const bool mayHaveIt = chosen.acceptsFirstResponder &&
+                         (hasKeyboardNavigation || ![chosen isKindOfClass:NSButton.class]);
+  _firstResponder = mayHaveIt ? chosen : firstKeyView(self.contentView);
+}
+
+// Whoever asks for it by name gets it.
+- (BOOL)makeFirstResponder:(NSResponder*)responder {
+  expectOrNil(responder, NSResponder.class);
+  _firstResponder = responder != nil ? responder : self;
+  return YES;
 }
 
 - (void)orderFrontRegardless {
