@@ -25,6 +25,7 @@ using namespace std::chrono_literals;
 
 const QString watcherName = u"org.kde.StatusNotifierWatcher"_s;
 const QString watcherPath = u"/StatusNotifierWatcher"_s;
+const QString nobodyThere = u"org.freedesktop.DBus.Error.NameHasNoOwner"_s;
 
 constexpr int patience = 10'000;  // ms, for an answer
 constexpr auto pause = 2s;        // before asking again
@@ -90,7 +91,7 @@ void SystemTray::look() {
     answer->deleteLater();
     const QDBusPendingReply<QDBusVariant> reply = *answer;
     const bool hasHost = reply.isValid() && reply.value().variant().toBool();
-    const bool isUndecided = reply.isError() && reply.error().type() != QDBusError::ServiceUnknown;
+    const bool isUndecided = reply.isError() && reply.error().name() != nobodyThere;
     if (hasHost || hasX11Tray())
       found();
     else if (isUndecided)  // a panel that is busy, as at a login, or not ready for the question yet

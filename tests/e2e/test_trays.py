@@ -1,5 +1,7 @@
 """Both kinds of tray: the StatusNotifierItem host and the X11 system tray in a bar."""
 
+import time
+
 import pytest
 
 from desktop import notifier, product
@@ -162,6 +164,15 @@ def test_a_host_that_is_busy_when_it_is_asked_gets_the_item_in_the_end(applicati
     service.wait_for_requests(1)
     assert application.running
     wait_for_usual_menu(application)
+
+
+def test_where_there_is_no_host_nobody_keeps_asking_for_one(application_on, service):
+    application = application_on()
+    application.desktop.start("monitor", "dbus-monitor", "--session", "member='Get'")
+    application.start()
+    service.wait_for_requests(1)
+    time.sleep(6)
+    assert application.desktop.log("monitor").count("IsStatusNotifierHostRegistered") == 1
 
 
 def test_a_bar_that_comes_late_gets_the_icon(application_on, service):
