@@ -100,7 +100,11 @@ struct UrlSession::Implementation {
   }
 
   void end(QNetworkReply& reply, const std::shared_ptr<DataTask>& task) {
-    if (!isWhole(reply, task->body)) return finish(*task, {});
+    if (!isWhole(reply, task->body)) {
+      // Qt's own thread may be what was missing, which it would not start again.
+      if (unfinished == 1) manager.clearConnectionCache();
+      return finish(*task, {});
+    }
     const QUrl target = reply.attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     if (target.isEmpty()) return finish(*task, std::move(task->body));
     const QUrl url = reply.url().resolved(target);

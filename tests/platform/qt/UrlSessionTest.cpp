@@ -196,20 +196,47 @@ TEST(UrlSession, aProcessThatWasStoppedGoesOnWithItsRequest) {
   EXPECT_EQ(body.get(), "{}");
 }
 
+/// While it lives, the system has no thread to give.
+class NoThreads {
+ public:
+  NoThreads() {
+    ::pthread_getattr_default_np(&usual);
+    ::pthread_attr_init(&boundless);
+    ::pthread_attr_setstacksize(&boundless, std::size_t{1} << 46U);
+    ::pthread_setattr_default_np(&boundless);
+  }
+  ~NoThreads() {
+    ::pthread_setattr_default_np(&usual);
+    ::pthread_attr_destroy(&boundless);
+    ::pthread_attr_destroy(&usual);
+  }
+  NoThreads(const NoThreads&) = delete;
+  NoThreads& operator=(const NoThreads&) = delete;
+
+ private:
+  pthread_attr_t usual = {};
+  pthread_attr_t boundless = {};
+};
+
 TEST(UrlSession, withoutAThreadThereIsNoBody) {
   HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
   UrlSession session(5);
-  pthread_attr_t usual;
-  pthread_attr_t boundless;
-  ::pthread_getattr_default_np(&usual);
-  ::pthread_attr_init(&boundless);
-  ::pthread_attr_setstacksize(&boundless, std::size_t{1} << 46U);
-  ::pthread_setattr_default_np(&boundless);
-  EXPECT_EQ(fetch(session, server.url()), none);
-  ::pthread_setattr_default_np(&usual);
+  {
+    const NoThreads noThreads;
+    EXPECT_EQ(fetch(session, server.url()), none);
+  }
   EXPECT_EQ(fetch(session, server.url()), "{}");
-  ::pthread_attr_destroy(&boundless);
-  ::pthread_attr_destroy(&usual);
+}
+
+TEST(UrlSession, withoutTheThreadThatTheToolkitWantsThereIsNoBodyThatOnce) {
+  HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
+  UrlSession session(0.5);
+  EXPECT_EQ(fetch(session, "data:text/plain,x"), "x");  // which takes the session's thread alone
+  {
+    const NoThreads noThreads;
+    EXPECT_EQ(fetch(session, server.url()), none);
+  }
+  EXPECT_EQ(fetch(session, server.url()), "{}");
 }
 
 TEST(UrlSession, aRequestNamesItsHostAndItsQuery) {
