@@ -1,5 +1,7 @@
 #include "platform/FileManager.h"
 
+#include <pwd.h>
+#include <unistd.h>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -37,9 +39,23 @@ bool writeAll(QFileDevice& file, QByteArrayView bytes) {
   return file.flush();
 }
 
+/// In parts, so that a large file takes no more memory. Whether all that was read was written.
+bool copyAll(QFileDevice& from, QFileDevice& to) {
+  constexpr qint64 part = 1 << 20;
+  while (true) {
+    const QByteArray bytes = from.read(part);
+    if (bytes.isEmpty()) return true;
+    if (!writeAll(to, bytes)) return false;
+  }
+}
+
 }  // namespace
 
 fs::path homeDirectoryForCurrentUser() {
+  // Without one in the environment, Qt takes the root folder for it.
+  if (qEnvironmentVariableIsEmpty("HOME")) {
+    if (const passwd* const account = ::getpwuid(::getuid())) return account->pw_dir;
+  }
   return fromQString(QDir::homePath());
 }
 
@@ -80,8 +96,9 @@ void copyItem(const fs::path& from, const fs::path& to) {
   // QFile::copy() does not tell why it fails, and writes down root's own rights for the file's.
   constexpr auto ownRights = QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
   QTemporaryFile copy(toQString((to.parent_path() / ".XXXXXX").native()));
-  if (!copy.open() || !writeAll(copy, source.readAll()) ||
-      !copy.setPermissions(source.permissions() & ~ownRights) ||
+  const bool isWritten = copy.open() && copyAll(source, copy);
+  if (source.error() != QFileDevice::NoError) throw error(sentence, source);
+  if (!isWritten || !copy.setPermissions(source.permissions() & ~ownRights) ||
       !copy.rename(toQString(to.native()))) {
     throw error(sentence, copy);
   }
@@ -95,14 +112,22 @@ void setPosixPermissions(const fs::path& path, unsigned permissions) {
 }
 
 void writeAtomically(std::string_view text, const fs::path& path) {
-  // Whoever may change the folder may replace even a file that must not be written to.
+  const std::string sentence = "The file " + quoted(path) + " couldn’t be written";
+  // QSaveFile replaces no file that must not be written to. Whoever may change the folder may put
+  // another one in its place.
   const QFileInfo old(path);
-  if (old.exists() && !old.isWritable()) QFile::remove(old.filePath());
-
-  QSaveFile file(old.filePath());
+  const bool isProtected = old.isFile() && !old.isWritable();
+  const fs::path written = isProtected ? path.parent_path() / ".replacement" : path;
+  QSaveFile file(toQString(written.native()));
   if (!file.open(QIODevice::WriteOnly) || !writeAll(file, text) || !file.commit()) {
-    throw error("The file " + quoted(path) + " couldn’t be written", file);
+    throw error(sentence, file);
   }
+  if (!isProtected) return;
+  std::error_code reason;
+  fs::rename(written, path, reason);
+  if (!reason) return;
+  QFile::remove(file.fileName());
+  throw error(sentence, reason);
 }
 
 }  // namespace platform::FileManager

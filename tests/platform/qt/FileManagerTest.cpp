@@ -5,7 +5,9 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <pwd.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -91,6 +93,13 @@ TEST(FileManager, theHomeFolderIsTheEnvironments) {
             std::vector<fs::path>{"/some/where/Library/Application Support"});
 }
 
+TEST(FileManager, withoutOneThereTheHomeFolderIsTheAccounts) {
+  for (const char* const value : {static_cast<const char*>(nullptr), ""}) {
+    const Home home(value);
+    EXPECT_EQ(homeDirectoryForCurrentUser(), ::getpwuid(::getuid())->pw_dir);
+  }
+}
+
 TEST(FileManager, theHomeFolderIsLookedUpAnew) {
   const Home first("/first");
   EXPECT_EQ(homeDirectoryForCurrentUser(), "/first");
@@ -117,6 +126,30 @@ TEST(FileManager, onlyAFileCanBeCopied) {
   EXPECT_EQ(folder.names(), (Names{"folder", "pipe"}));
 }
 
+TEST(FileManager, aFileThatCannotBeReadToItsEndIsNotCopied) {
+  const TemporaryFolder folder;
+  // A file of which nothing can be read where nothing is mapped: at its start.
+  EXPECT_THROW(copyItem("/proc/self/mem", folder / "to"), platform::Error);
+  EXPECT_EQ(folder.names(), Names());
+}
+
+TEST(FileManager, aCopyTakesNoMoreMemoryForALargeFile) {
+  const auto mostMemory = [] {
+    rusage usage = {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;  // KiB
+  };
+  const TemporaryFolder folder;
+  makeFile(folder / "small", "bytes");
+  copyItem(folder / "small", folder / "copy");
+  makeFile(folder / "from");
+  fs::resize_file(folder / "from", 256U << 20U);
+  const long before = mostMemory();
+  copyItem(folder / "from", folder / "to");
+  EXPECT_EQ(fs::file_size(folder / "to"), 256U << 20U);
+  EXPECT_LT(mostMemory() - before, 64 << 10);
+}
+
 TEST(FileManager, permissionsOfACopyDoNotDependOnTheUmask) {
   const TemporaryFolder folder;
   makeFile(folder / "from");
@@ -132,6 +165,7 @@ TEST(FileManager, aWriterThatIsKilledLeavesNoTornFileAndAtMostOneMore) {
   const std::string as(300'000, 'a');
   const std::string bs(200'000, 'b');
   writeAtomically(as, folder / "managed.json");
+  std::size_t before = 1;
   for (int i = 1; i <= 25; ++i) {
     killDuring(i * 700us, [&] {
       writeAtomically(as, folder / "managed.json");
@@ -139,11 +173,12 @@ TEST(FileManager, aWriterThatIsKilledLeavesNoTornFileAndAtMostOneMore) {
     });
     const std::string left = contentOf(folder / "managed.json");
     EXPECT_TRUE(left == as || left == bs) << left.size();
-    EXPECT_LE(folder.names().size(), 2u);
+    EXPECT_LE(folder.names().size(), before + 1);
+    before = folder.names().size();
   }
   writeAtomically("new", folder / "managed.json");
   EXPECT_EQ(contentOf(folder / "managed.json"), "new");
-  EXPECT_EQ(folder.names(), Names{"managed.json"});
+  EXPECT_EQ(folder.names().size(), before);
 }
 
 TEST(FileManager, aCopierThatIsKilledLeavesTheWholeFileOrNothing) {
@@ -184,17 +219,53 @@ TEST(FileManager, needsNoLinks) {
   }).join();
 }
 
-TEST(FileManager, whatMustNotBeWrittenToIsReplaced) {
+/// A file that must not be written to, in a folder that anybody may change, seen as an ordinary
+/// user.
+class ProtectedFile : public testing::TestWithParam<const char*> {
+ protected:
+  ProtectedFile() {
+    makeFile(file, "old");
+    setPosixPermissions(folder.path, 0777);
+    if (user == 0 && GetParam() == ofTheUser) {
+      EXPECT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+    }
+    setPosixPermissions(file, 0444);
+    // Root may write to everything, and Qt asks for the rights of the real user.
+    if (user == 0) {
+      EXPECT_EQ(::setresuid(65534, 65534, 0), 0);
+    }
+  }
+  ~ProtectedFile() override {
+    if (user == 0) {
+      EXPECT_EQ(::setresuid(0, 0, 0), 0);
+    }
+  }
+
+ public:
+  static constexpr const char* ofTheUser = "ofTheUser";
+
+ protected:
   const TemporaryFolder folder;
-  makeFile(folder / "file", "old");
-  setPosixPermissions(folder / "file", 0444);
-  setPosixPermissions(folder.path, 0777);
-  const uid_t user = ::geteuid();
-  const bool isRoot = user == 0;  // who may write to everything
-  ASSERT_TRUE(!isRoot || ::seteuid(65534) == 0);
-  EXPECT_NO_THROW(writeAtomically("new", folder / "file"));
-  ASSERT_EQ(::seteuid(user), 0);
-  EXPECT_EQ(contentOf(folder / "file"), "new");
+  const fs::path file = folder / "file";
+  const uid_t user = ::getuid();
+};
+
+INSTANTIATE_TEST_SUITE_P(FileManager, ProtectedFile,
+                         testing::Values(ProtectedFile::ofTheUser, "ofSomebodyElse"),
+                         [](const auto& file) { return file.param; });
+
+TEST_P(ProtectedFile, isReplaced) {
+  EXPECT_NO_THROW(writeAtomically("new", file));
+  EXPECT_EQ(contentOf(file), "new");
+  EXPECT_EQ(folder.names(), Names{"file"});
+}
+
+TEST_P(ProtectedFile, staysUntilTheNewOneIsWhole) {
+  {
+    const FullDisk disk(100'000);
+    EXPECT_THROW(writeAtomically(std::string(1'000'000, 'x'), file), platform::Error);
+  }
+  EXPECT_EQ(contentOf(file), "old");
   EXPECT_EQ(folder.names(), Names{"file"});
 }
 
