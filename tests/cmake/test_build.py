@@ -42,3 +42,18 @@ def test_every_build_starts_from_what_it_is_given(build):
     assert build(*[f"-D{name}={value}" for name, value in given.items()]) == given
     assert build() == plain
     assert build("-DVELMOR_GUARD=/bin/true") == plain | {"VELMOR_GUARD": "/bin/true"}
+
+
+@pytest.mark.parametrize("arguments", [["--help"], ["-DVELMOR_GUARD=/bin/true", "-h"], ["--clean"],
+                                       ["release"], ["-D"], [""], ["-DVELMOR_GUARD"]])
+def test_whatever_else_is_typed_touches_nothing(tmp_path, arguments):
+    folder = tmp_path / "tree" / "script"
+    folder.mkdir(parents=True)
+    script = shutil.copy(os.path.join(ROOT, "script", "build"), folder)
+    outcome = subprocess.run([script, *arguments], check=False, timeout=60, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    asks = arguments[-1] in ("-h", "--help")
+    assert outcome.returncode == (0 if asks else 2)
+    assert outcome.stdout.startswith("script/build [-D") == asks
+    assert bool(outcome.stderr) != asks
+    assert os.listdir(tmp_path / "tree") == ["script"]
