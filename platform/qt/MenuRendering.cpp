@@ -34,8 +34,8 @@ void fill(QAction& action, const MenuItem& item, const QString& title) {
   action.setText(title);
   action.setToolTip(verbatimToolTip(item.toolTip));
   action.setEnabled(item.isEnabled && item.action);
-  if (!item.keyEquivalent.empty())
-    action.setShortcut(u"Ctrl+"_s + toQString(item.keyEquivalent).toUpper());
+  const QString key = toQString(item.keyEquivalent).toUpper();
+  action.setShortcut(key.isEmpty() ? QKeySequence() : QKeySequence(u"Ctrl+"_s + key));
 }
 
 QAction* newAction(QMenu& menu, const MenuItem& item, const QString& title) {

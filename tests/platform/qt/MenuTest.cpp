@@ -166,6 +166,16 @@ TEST_F(RenderedMenu, entriesInPanelsKeepTheirCommands) {
   EXPECT_EQ(visibleTitles(exported), QStringList());
 }
 
+TEST_F(RenderedMenu, entriesInPanelsLoseTheirKeysToo) {
+  ExportedMenu exported;
+  exported.setMenu(menu("ID"));
+  EXPECT_EQ(exported.actions()[4]->shortcut(), QKeySequence(u"Ctrl+Q"_s));
+  Menu without = menu("ID");
+  without.items[4].keyEquivalent = "";
+  exported.setMenu(without);
+  EXPECT_TRUE(exported.actions()[4]->shortcut().isEmpty());
+}
+
 TEST_F(RenderedMenu, anItemWithoutATrayTakesWhateverItIsGiven) {
   StatusItem item(variableStatusItemLength);
   EXPECT_TRUE(item.hasButton());
