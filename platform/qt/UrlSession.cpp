@@ -27,7 +27,7 @@ struct DataTask {
 
 /// Qt makes an error of an HTTP status too, and may then conceal that of the transport, whose
 /// number is smaller. It takes away the length of what it decodes, and cannot always tell whether
-/// the last chunk came; then the JSON is cut short.
+/// the last chunk came: such an answer counts if what came of it is whole JSON.
 bool isWhole(const QNetworkReply& reply, const std::string& body) {
   const auto error = reply.error();
   const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();

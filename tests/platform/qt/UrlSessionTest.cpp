@@ -62,6 +62,30 @@ TEST(UrlSession, whatIsNotHttpGivesNothing) {
   }
 }
 
+TEST(UrlSession, compressedDataThatStopsEarlyGivesWhatCame) {
+  // What `printf '{"state":"stale"}' | gzip -n` prints, up to the sum at its end.
+  const std::string bytes(
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\x03\xab\x56\x2a\x2e\x49\x2c\x49\x55\xb2\x02"
+      "\xd1\x39\xa9\x4a\xb5\x00",
+      26);
+  HttpServer server([&](Connection& connection) {
+    connection.send(response("200 OK", bytes, "Content-Encoding: gzip\r\n"));
+  });
+  UrlSession session(5);
+  EXPECT_EQ(fetch(session, server.url()), "{\"state\":\"stale\"}");
+}
+
+TEST(UrlSession, chunksThatStopBeforeTheLastGiveNothingOrWhatCame) {
+  HttpServer server([](Connection& connection) {
+    connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n");
+  });
+  UrlSession session(5);
+  for (int i = 0; i < 20; ++i) {
+    const auto body = fetch(session, server.url());
+    EXPECT_EQ(body.value_or("{}"), "{}");
+  }
+}
+
 TEST(UrlSession, aBodyOfMoreThan16MiBGivesNothing) {
   constexpr std::size_t limit = 16U << 20U;
   for (const std::size_t size : {limit, limit + 1}) {
