@@ -13,8 +13,8 @@ namespace platform {
 class UrlSession {
  public:
   /// Takes the response body, or none after any failure of the transport: no connection, time-out,
-  /// fewer bytes than Content-Length says. Whether a missing last chunk is noticed is the platform's
-  /// business. An answer of any HTTP status is an answer.
+  /// fewer bytes than Content-Length says. Whether a missing last chunk is noticed is the
+  /// platform's business. An answer of any HTTP status is an answer.
   using CompletionHandler = std::function<void(std::optional<std::string> body)>;
 
   /// A session whose requests fail after `timeoutIntervalForRequest` seconds without a byte
