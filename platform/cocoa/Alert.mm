@@ -25,16 +25,13 @@ NSAlert* nsAlert(const Alert& alert) {
 // Since macOS 14 the system may leave an application in the background that asks to be activated.
 // Its alert is seen even then: it stands a level above the windows of all others, and is put in
 // front and made key once more when its own event loop has shown it. A loop that ends before that
-// leaves the block to the next alert's.
+// leaves the block to the next alert's, which it does no harm.
 void keepInFront(NSWindow* window) {
   window.level = NSModalPanelWindowLevel;
-  __weak NSWindow* alert = window;
   [NSRunLoop.mainRunLoop performInModes:@[ NSModalPanelRunLoopMode ]
                                   block:^{
-                                    NSWindow* current = NSApp.modalWindow;
-                                    if (current != alert) return;
-                                    [current orderFrontRegardless];
-                                    [current makeKeyWindow];
+                                    [NSApp.modalWindow orderFrontRegardless];
+                                    [NSApp.modalWindow makeKeyWindow];
                                   }];
 }
 
