@@ -8,7 +8,7 @@ import shutil
 import subprocess
 
 from desktop import files, processes
-from desktop.product import SEPARATOR, STARTING
+from desktop.product import POLL_INTERVAL, SEPARATOR, STARTING
 from desktop.session import BAR_HEIGHT
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -188,7 +188,8 @@ class Application(Installation):
 
     def wait_for_menu_of_service(self):
         """A launch restarts the service, which may come too late for the first poll."""
-        processes.wait_for("an answer in the menu", lambda: self.titles()[1] != STARTING, 25)
+        processes.wait_for("an answer in the menu", lambda: self.titles()[1] != STARTING,
+                           POLL_INTERVAL + 5)
 
     # Its icon in a bar, and the menu that it opens there ----------------------
 

@@ -22,6 +22,7 @@ STATES = {state.wire: state for state in (
 )}
 
 PORT = 8787  # of the service, as its property list says
+POLL_INTERVAL = 20  # seconds
 
 STARTING = "Starting Pellix…"
 SEPARATOR = "---"

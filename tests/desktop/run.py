@@ -22,7 +22,6 @@ README_PICTURES = os.path.join(ROOT, "docs", "images")
 
 SERVICE = f"http://127.0.0.1:{product.PORT}"
 SCREEN = (900, 560)
-POLL_INTERVAL = 20
 
 # What the stand-in service answers on the tour: state, seconds since the last heartbeat.
 TOUR = (("authorized", 20), ("not_enrolled", None), ("stale", 9 * 86400), ("revoked", 5 * 60),
@@ -173,7 +172,7 @@ class Tour:
             wait_for_service()
         else:
             self.desktop.press("Escape")
-            time.sleep(POLL_INTERVAL + 1)
+            time.sleep(product.POLL_INTERVAL + 1)
             picture, entries, titles = self.look_into_menu()
         self.expect(f"the menu in the state {state}", titles,
                     product.menu(state, AGES[age], DEVICE_ID))

@@ -7,6 +7,7 @@ import threading
 import urllib.request
 
 from desktop.processes import wait_for
+from desktop.product import POLL_INTERVAL
 
 
 def http(body, status="200 OK", headers=()):
@@ -70,7 +71,7 @@ class Service:
         """From now on, these bytes."""
         self.respond = lambda connection: connection.sendall(http(body, status, headers))
 
-    def wait_for_requests(self, count, timeout=25.0):
+    def wait_for_requests(self, count, timeout=POLL_INTERVAL + 5):
         wait_for(f"{count} polls", lambda: len(self.requests) >= count, timeout)
 
     def close(self):

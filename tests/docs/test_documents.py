@@ -27,6 +27,16 @@ def test_every_command_is_described():
     assert commands - named == set()
 
 
+def test_every_quoted_text_with_an_ellipsis_is_shown():
+    """Menu titles, mostly. Code is no prose, and has ellipses of its own."""
+    quoted = {(path.name, text) for path in [ROOT / "README.md", *ROOT.glob("docs/*.md")]
+              for text in re.findall(r'"([A-Z][\w ]+…)"', " ".join(re.sub(
+                  r"```.*?```|`[^`]*`", "", path.read_text(encoding="utf-8"), flags=re.DOTALL).split()))}
+    shown = re.findall(r'"([^"]+…)"', read("app/StatusMenu.cpp") + read("model/TrustState.cpp"))
+    assert {text for _path, text in quoted} >= {"Show status…", "Authorize this Mac…"}
+    assert [each for each in sorted(quoted) if each[1] not in shown] == []
+
+
 def test_every_path_that_a_guide_names_is_there():
     for path in ("README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/testing.md"):
         for name in re.findall(r"`((?:app|client|cmake|docs|identity|install|model|packaging|platform"

@@ -21,6 +21,17 @@ FACTS = {
              r"(?:127\.0\.0\.1:|TCP:|--port |<string>|\bport `?|means )(\d{4,5})\b"),
 }
 
+# Other sources that have to repeat it.
+REPEATED = [
+    ("poll interval", "tests/desktop/product.py", r"^POLL_INTERVAL = (\d+)\b"),
+    ("request time-out", "kit/session.py", r"^ANSWER_SECONDS = (\d+)\b"),
+    ("request time-out", "packaging/macos/doctor", r"--max-time (\d+)\b"),
+    ("request time-out", "packaging/macos/doctor", r"not answer within (\d+) seconds"),
+    ("port", "tests/desktop/product.py", r"^PORT = (\d+)\b"),
+    ("port", "packaging/macos/doctor", r"^service_port=(\d+)$"),
+    ("port", "standin/velmor-guard", r"^DEFAULT_PORT = (\d+)\b"),
+]
+
 
 def said(prose):
     return [(path, *text) for path in PROSE for text in
@@ -32,6 +43,11 @@ def test_prose_repeats_the_figure_of_the_sources(fact):
     home, pattern, prose = FACTS[fact]
     [figure] = found(home, pattern)
     assert [each for each in said(prose) if each[1] != figure] == []
+
+
+@pytest.mark.parametrize("fact, path, pattern", REPEATED)
+def test_another_source_repeats_the_figure(fact, path, pattern):
+    assert set(found(path, pattern)) == set(found(*FACTS[fact][:2]))
 
 
 @pytest.mark.parametrize("fact, least", [("poll interval", 4), ("request time-out", 4), ("port", 6)])

@@ -47,6 +47,7 @@ def test_a_state_can_be_seen(state):
     assert (ROOT / f"resources/symbols/{state.symbol}.svg").is_file()
     assert (ROOT / f"docs/images/menu-{state.wire}.png").is_file(), "script/run --pictures makes it"
     assert state.wire in dict(run.TOUR)
+    assert state.wire in found("standin/velmor-guard", r"^    \"(\w+)\": '<path ")
 
 
 def test_no_place_knows_another_state():

@@ -42,7 +42,8 @@ def test_a_second_window_has_the_identifier_of_its_time(application, service):
     item.click("Show device ID…")
     assert application.window(product.WINDOW_TITLE).texts()[-1] == SERVICE_ID
     service.status["device_id"] = "GEN-later"
-    application.wait_for_titles(product.menu("authorized", "5 min ago", "GEN-later"), timeout=25)
+    application.wait_for_titles(product.menu("authorized", "5 min ago", "GEN-later"),
+                                timeout=product.POLL_INTERVAL + 5)
     assert application.window(product.WINDOW_TITLE).texts()[-1] == SERVICE_ID
     application.item().click("Show device ID…")
     wait_for("the second window", lambda: "GEN-later" in [
@@ -53,7 +54,8 @@ def test_a_click_on_a_menu_that_was_replaced_meanwhile_still_counts(application,
     item = start(application, service, "authorized")
     number = next(entry.number for entry in item.menu if entry.title == "Open WordPress Admin")
     service.status["state"] = "revoked"
-    application.wait_for_titles(product.menu("revoked", "5 min ago", SERVICE_ID), timeout=25)
+    application.wait_for_titles(product.menu("revoked", "5 min ago", SERVICE_ID),
+                                timeout=product.POLL_INTERVAL + 5)
     application.item().click_number(number)
     expect_page(application, service, "/authorize")
 

@@ -267,6 +267,7 @@ def test_a_window_manager_that_hangs_holds_nothing_up(application, service):
     window_manager.send_signal(signal.SIGSTOP)
     try:
         service.status["state"] = "revoked"
-        wait_for("the next state", lambda: item.tooltip == product.tooltip("revoked"), 30)
+        wait_for("the next state", lambda: item.tooltip == product.tooltip("revoked"),
+                 product.POLL_INTERVAL + 10)
     finally:
         window_manager.send_signal(signal.SIGCONT)

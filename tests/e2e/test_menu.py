@@ -22,7 +22,8 @@ def test_the_menu_follows_the_service(application, service):
                                            MENU, "LayoutUpdated")
 
     service.status.update(state="revoked", last_heartbeat=minutes_ago(180))
-    application.wait_for_titles(product.menu("revoked", "3 h ago", SERVICE_ID), timeout=25)
+    application.wait_for_titles(product.menu("revoked", "3 h ago", SERVICE_ID),
+                                timeout=product.POLL_INTERVAL + 5)
     assert tooltip == product.tooltip("authorized")
     assert application.item().tooltip == product.tooltip("revoked")
     assert application.item().icon != icon
@@ -98,7 +99,8 @@ def test_the_identifier_outlives_the_service(application, service):
     application.start()
     wait_for_usual_menu(application)
     service.close()
-    application.wait_for_titles(product.menu("offline", None, SERVICE_ID), timeout=25)
+    application.wait_for_titles(product.menu("offline", None, SERVICE_ID),
+                                timeout=product.POLL_INTERVAL + 5)
 
 
 @pytest.mark.parametrize("identifier", [
