@@ -11,9 +11,11 @@
 namespace pellix {
 
 // To add a state: its case below, in the product's order, and in allTrustStates; its row in
-// TrustState.cpp and, for every tool and test in Python, in tests/desktop/product.py; a drawing of
-// its symbol in resources/symbols. `/usr/bin/python3 -m pytest tests/docs` then names each other
-// place that must know it, and `script/run --pictures` makes its picture.
+// TrustState.cpp, whose tint follows the rule for colours above the table, and, for every tool and
+// test in Python, in tests/desktop/product.py; a drawing of its symbol in resources/symbols. The
+// page of standin/velmor-guard has colours of its own. Each other place that must know the state is
+// named by `/usr/bin/python3 -m pytest tests/docs tests/kit/test_contract.py tests/standin
+// tests/packaging/test_doctor.py`, and `script/run --pictures` makes its picture.
 
 /// The device's standing with the managing site. Everything that is shown about a state comes from
 /// the functions below, which are total, pure and safe on any thread.

@@ -120,6 +120,11 @@ class ApplicationTest : public Machine {
   }
 
   static NSStatusItem* item() { return statusItems().at(0); }
+  static bool hasRow(const std::string& title) {
+    for (NSMenuItem* row in item().menu.itemArray)
+      if (text(row.title) == title) return true;
+    return false;
+  }
   static NSView* content() { return visibleWindows().at(0).contentView; }
 
   static void pollEnds() {
@@ -180,7 +185,7 @@ TEST_F(ApplicationTest, launchesPollsCarriesOutItsCommandsAndQuits) {
     EXPECT_EQ(requests().size(), 3u);
     EXPECT_EQ(text(item().menu.itemArray[0].title), "Cannot reach WordPress");
     EXPECT_EQ(text(item().menu.itemArray[1].title), "Starting Pellix…");
-    EXPECT_EQ(text(item().menu.itemArray[7].title), "HW-UUID-2");
+    EXPECT_TRUE(hasRow("HW-UUID-2"));
     pick(item(), @"Authorize this Mac…");
     EXPECT_EQ(openedUrls.back(), "http://127.0.0.1:8787/");
 
@@ -360,7 +365,7 @@ TEST_F(ApplicationTest, anInstallationThatFailsIsShownAndTheLaunchGoesOn) {
   };
   run([] {
     pollEnds();
-    EXPECT_EQ(text(item().menu.itemArray[7].title), "HW-UUID-4C4C4544-0042-3510-8056-B4C04F4A5331");
+    EXPECT_TRUE(hasRow("HW-UUID-4C4C4544-0042-3510-8056-B4C04F4A5331"));
   });
   EXPECT_EQ(alerts, 1);
 }

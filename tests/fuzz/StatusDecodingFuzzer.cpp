@@ -109,7 +109,8 @@ void checkBuiltAnswer(std::string_view input) {
     std::u32string value = choices.text();
     if (kind == 2) value = U"2024-02-29T23:59:59.5+01:00";
     if (kind == 3) {
-      const std::string state = rawValue(pellix::allTrustStates[choices.below(6)]);
+      const auto& states = pellix::allTrustStates;
+      const std::string state = rawValue(states[choices.below(states.size())]);
       value.assign(state.begin(), state.end());
     }
     members.push_back(name + jsonString(value, kind == 4));
