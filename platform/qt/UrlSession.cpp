@@ -87,6 +87,8 @@ struct UrlSession::Implementation {
     reply->setReadBufferSize(longestUnread);
     QObject::connect(reply, &QNetworkReply::readyRead, reply, [=] { read(*reply, *task); });
     QObject::connect(reply, &QNetworkReply::finished, reply, [=, this] { end(*reply, task); });
+    QObject::connect(reply, &QNetworkReply::socketStartedConnecting, reply,
+                     [this] { hasConnected = true; });
   }
 
   static void read(QNetworkReply& reply, DataTask& task) {
@@ -101,8 +103,8 @@ struct UrlSession::Implementation {
 
   void end(QNetworkReply& reply, const std::shared_ptr<DataTask>& task) {
     if (!isWhole(reply, task->body)) {
-      // Qt's own thread may be what was missing, which it would not start again.
-      if (unfinished == 1) manager.clearConnectionCache();
+      // Where Qt's own thread could not be started, it would not be tried again.
+      if (!hasConnected && unfinished == 1) manager.clearConnectionCache();
       return finish(*task, {});
     }
     const QUrl target = reply.attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
@@ -126,6 +128,7 @@ struct UrlSession::Implementation {
   QThread thread;
   QNetworkAccessManager manager;
   std::atomic<int> unfinished = 0;  ///< calls of `dataTaskWithUrl`
+  bool hasConnected = false;        ///< so Qt's own thread is there, if busy at times
   bool isEnding = false;
 };
 

@@ -263,6 +263,20 @@ TEST(UrlSession, withoutTheThreadThatTheToolkitWantsThereIsNoBodyThatOnce) {
   EXPECT_EQ(fetch(session, server.url()), "{}");
 }
 
+TEST(UrlSession, aHeadThatNeverEndsHoldsOneThreadAlone) {
+  std::atomic<bool> isEndless = true;
+  HttpServer server([&](Connection& connection) {
+    connection.send("HTTP/1.1 200 OK\r\n");
+    while (isEndless) connection.send("X: " + std::string(1000, 'x') + "\r\n");
+  });
+  UrlSession session(0.3);
+  EXPECT_EQ(fetch(session, server.url()), none);
+  const std::size_t connections = server.requests().size();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(fetch(session, server.url()), none);
+  EXPECT_EQ(server.requests().size(), connections);
+  isEndless = false;
+}
+
 TEST(UrlSession, aRequestNamesItsHostAndItsQuery) {
   HttpServer server([](Connection& connection) { connection.send(response("200 OK", "{}")); });
   const std::string authority = server.url("").substr(std::string("http://").size());
