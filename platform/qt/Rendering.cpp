@@ -16,7 +16,7 @@ namespace platform {
 
 QString displayText(const std::string& text) {
   constexpr qsizetype longest = 40'000;
-  const QString whole = toQString(text);
+  QString whole = toQString(text);
   if (whole.size() <= longest) return whole;
   return whole.first(longest / 2) + u'…' + whole.last(longest / 2);
 }

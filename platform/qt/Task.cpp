@@ -18,7 +18,8 @@ struct Task::Implementation {
 
   void read() {
     const QByteArray bytes = process.readAllStandardOutput();
-    output.append(bytes.data(), std::min<std::size_t>(bytes.size(), longestOutput - output.size()));
+    const auto count = static_cast<std::size_t>(bytes.size());
+    output.append(bytes.data(), std::min(count, longestOutput - output.size()));
   }
 
   std::string output;

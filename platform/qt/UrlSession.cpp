@@ -15,7 +15,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t longestBody = 16U << 20U;
-constexpr qint64 longestUnread = 64 * 1024;
+constexpr qint64 longestUnread = qint64{64} * 1024;
 constexpr int maximumRedirects = 20;
 
 /// One call of `dataTaskWithUrl`, redirects and all.
@@ -139,7 +139,7 @@ UrlSession::~UrlSession() = default;
 
 void UrlSession::dataTaskWithUrl(const Url& url, CompletionHandler completionHandler) {
   implementation->resume(QUrl(toQString(url.absoluteString())),
-                         std::make_shared<DataTask>(std::move(completionHandler)));
+                         std::make_shared<DataTask>(DataTask{std::move(completionHandler)}));
 }
 
 }  // namespace platform
