@@ -424,7 +424,7 @@ def refusal(tree):
 
 
 def test_a_service_for_one_architecture_is_refused(tree):
-    result = tree.package(GUARD, SITE, variables=IDENTITIES | {"FAILS": "lipo build/package/work/root/"
+    result = tree.package(GUARD, SITE, variables=IDENTITIES | {"FAILS": "lipo build/package/staging/root/"
                           "Applications/Velmor\\ Pellix.app/Contents/Resources/velmor-guard"})
     assert result.returncode == 1 and "not universal" in result.stderr
     assert not tree.calls("codesign")
@@ -513,7 +513,7 @@ def test_the_key_of_one_person_has_no_issuer(tree):
 def test_a_refusal_of_the_notary_is_the_end_and_says_why(tree, answer, logged):
     tree.answer("notary-submit", answer)
     result = tree.package(GUARD, SITE, variables=NOTARISED)
-    assert result.returncode == 1 and "The notary refused build/package/work/application.zip" in result.stderr
+    assert result.returncode == 1 and "The notary refused build/package/staging/application.zip" in result.stderr
     assert ("it bites" in result.stderr) == logged and answer in result.stderr
     assert tree.calls("xcrun notarytool log") == (
         ["xcrun notarytool log 1-2-3 --keychain-profile velmor"] if logged else [])
@@ -655,15 +655,15 @@ def test_the_package_brings_the_first_login_and_the_disk_image_does_not(tree):
     lines = commands(tree, {})
     [packed] = [line for line in lines if line.startswith("pkgbuild")]
     [imaged] = [line for line in lines if line.startswith("hdiutil")]
-    assert "--root build/package/work/root --" in packed and "--install-location / " in packed
-    assert "-srcfolder build/package/work/root/Applications " in imaged
+    assert "--root build/package/staging/root --" in packed and "--install-location / " in packed
+    assert "-srcfolder build/package/staging/root/Applications " in imaged
     assert position(lines, "ditto", "root/Library/LaunchAgents/com.velmor.pellix.first-login.plist")
 
 
 def test_the_payload_changes_the_mode_of_no_folder_of_the_system(tree):
     """Packing fails here, so that what was to be packed stays."""
     tree.package(GUARD, SITE, variables=IDENTITIES | {"FAILS": "pkgbuild"})
-    root = tree.output / "work/root"
+    root = tree.output / "staging/root"
     modes = {str(path.relative_to(root)): path.stat().st_mode & 0o7777
              for path in (root, *root.rglob("*")) if path.name != "Velmor Pellix"}
     assert {name: mode for name, mode in modes.items() if ".app" not in name} == {
@@ -675,7 +675,7 @@ def test_the_payload_changes_the_mode_of_no_folder_of_the_system(tree):
 def test_whoever_packs_everybody_can_read_what_is_packed(tree):
     """What signing and stapling add bears the modes that the packing user's mask leaves."""
     tree.package(GUARD, SITE, variables=NOTARISED | {"FAILS": "pkgbuild"}, umask=0o077)
-    app = tree.output / "work/root/Applications/Velmor Pellix.app/Contents"
+    app = tree.output / "staging/root/Applications/Velmor Pellix.app/Contents"
     for name in ("_CodeSignature", "_CodeSignature/CodeResources", "CodeResources", "Info.plist"):
         assert (app / name).stat().st_mode & 0o044 == 0o044, name
     tree.package(GUARD, SITE, variables=NOTARISED, umask=0o077)
