@@ -4,8 +4,6 @@
 #include <unistd.h>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QSaveFile>
 #include <QTemporaryFile>
 #include <system_error>
 
@@ -27,6 +25,11 @@ Error error(const std::string& sentence, const std::error_code& code) {
 
 Error error(const std::string& sentence, const QFileDevice& file) {
   return {"QFileDevice", file.error(), sentence + ": " + fromQString(file.errorString()) + "."};
+}
+
+/// The names of temporary files in the same folder.
+QString beside(const fs::path& path) {
+  return toQString((path.parent_path() / ".XXXXXX").native());
 }
 
 /// A disk that fills up takes a part, and fails what is written after that.
@@ -95,7 +98,7 @@ void copyItem(const fs::path& from, const fs::path& to) {
   if (!source.open(QIODevice::ReadOnly)) throw error(sentence, source);
   // QFile::copy() does not tell why it fails, and writes down root's own rights for the file's.
   constexpr auto ownRights = QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
-  QTemporaryFile copy(toQString((to.parent_path() / ".XXXXXX").native()));
+  QTemporaryFile copy(beside(to));
   const bool isWritten = copy.open() && copyAll(source, copy);
   if (source.error() != QFileDevice::NoError) throw error(sentence, source);
   if (!isWritten || !copy.setPermissions(source.permissions() & ~ownRights) ||
@@ -113,21 +116,18 @@ void setPosixPermissions(const fs::path& path, unsigned permissions) {
 
 void writeAtomically(std::string_view text, const fs::path& path) {
   const std::string sentence = "The file " + quoted(path) + " couldn’t be written";
-  // QSaveFile replaces no file that must not be written to. Whoever may change the folder may put
-  // another one in its place.
-  const QFileInfo old(path);
-  const bool isProtected = old.isFile() && !old.isWritable();
-  const fs::path written = isProtected ? path.parent_path() / ".replacement" : path;
-  QSaveFile file(toQString(written.native()));
-  if (!file.open(QIODevice::WriteOnly) || !writeAll(file, text) || !file.commit()) {
+  // QSaveFile would wait for the disk, which nothing here is worth, and replaces no file that must
+  // not be written to.
+  constexpr auto permissions =
+      QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+  QTemporaryFile file(beside(path));
+  if (!file.open() || !writeAll(file, text) || !file.setPermissions(permissions)) {
     throw error(sentence, file);
   }
-  if (!isProtected) return;
   std::error_code reason;
-  fs::rename(written, path, reason);
-  if (!reason) return;
-  QFile::remove(file.fileName());
-  throw error(sentence, reason);
+  fs::rename(fromQString(file.fileName()), path, reason);
+  if (reason) throw error(sentence, reason);
+  file.setAutoRemove(false);
 }
 
 }  // namespace platform::FileManager

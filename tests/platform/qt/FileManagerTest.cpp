@@ -269,6 +269,14 @@ TEST_P(ProtectedFile, staysUntilTheNewOneIsWhole) {
   EXPECT_EQ(folder.names(), Names{"file"});
 }
 
+TEST(FileManager, aWrittenFileCanBeReadByAnybody) {
+  const TemporaryFolder folder;
+  for (const char* const text : {"new", "newer"}) {
+    writeAtomically(text, folder / "file");
+    EXPECT_EQ(fs::status(folder / "file").permissions(), fs::perms(0644)) << text;
+  }
+}
+
 TEST(FileManager, theErrorIsTheSystems) {
   const TemporaryFolder folder;
   try {
