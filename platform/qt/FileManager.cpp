@@ -3,8 +3,9 @@
 #include <pwd.h>
 #include <unistd.h>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryFile>
+#include <cerrno>
+#include <fstream>
 #include <system_error>
 
 #include "platform/Error.h"
@@ -32,24 +33,12 @@ QString beside(const fs::path& path) {
   return toQString((path.parent_path() / ".XXXXXX").native());
 }
 
-/// A disk that fills up takes a part, and fails what is written after that.
-bool writeAll(QFileDevice& file, QByteArrayView bytes) {
-  while (!bytes.isEmpty()) {
-    const qint64 count = file.write(bytes.data(), bytes.size());
-    if (count == -1) return false;
-    bytes = bytes.sliced(count);
-  }
-  return file.flush();
-}
-
-/// In parts, so that a large file takes no more memory. Whether all that was read was written.
-bool copyAll(QFileDevice& from, QFileDevice& to) {
-  constexpr qint64 part = 1 << 20;
-  while (true) {
-    const QByteArray bytes = from.read(part);
-    if (bytes.isEmpty()) return true;
-    if (!writeAll(to, bytes)) return false;
-  }
+/// For a new file in the place of `old`.
+fs::perms permissions(const fs::path& old) {
+  std::error_code reason;
+  const fs::file_status status = fs::status(old, reason);
+  // What the system gives by itself: a temporary file could be read by its owner alone.
+  return fs::is_regular_file(status) ? status.permissions() : fs::perms(0644);
 }
 
 }  // namespace
@@ -87,24 +76,12 @@ void removeItem(const fs::path& path) {
 
 void copyItem(const fs::path& from, const fs::path& to) {
   const std::string sentence = "The file " + quoted(from) + " couldn’t be copied to " + quoted(to);
-  std::error_code reason;
-  const fs::file_status status = fs::status(from, reason);
-  if (fs::exists(status) && !fs::is_regular_file(status)) {
-    reason = std::make_error_code(std::errc::invalid_argument);
-  }
-  if (reason) throw error(sentence, reason);
-
-  QFile source(from);
-  if (!source.open(QIODevice::ReadOnly)) throw error(sentence, source);
-  // QFile::copy() does not tell why it fails, and writes down root's own rights for the file's.
-  constexpr auto ownRights = QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
   QTemporaryFile copy(beside(to));
-  const bool isWritten = copy.open() && copyAll(source, copy);
-  if (source.error() != QFileDevice::NoError) throw error(sentence, source);
-  if (!isWritten || !copy.setPermissions(source.permissions() & ~ownRights) ||
-      !copy.rename(toQString(to.native()))) {
-    throw error(sentence, copy);
-  }
+  if (!copy.open()) throw error(sentence, copy);
+  std::error_code reason;
+  fs::copy_file(from, fromQString(copy.fileName()), fs::copy_options::overwrite_existing, reason);
+  if (reason) throw error(sentence, reason);
+  if (!copy.rename(toQString(to.native()))) throw error(sentence, copy);
   copy.setAutoRemove(false);
 }
 
@@ -118,14 +95,16 @@ void writeAtomically(std::string_view text, const fs::path& path) {
   const std::string sentence = "The file " + quoted(path) + " couldn’t be written";
   // QSaveFile would wait for the disk, which nothing here is worth, and replaces no file that must
   // not be written to.
-  constexpr auto permissions =
-      QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
   QTemporaryFile file(beside(path));
-  if (!file.open() || !writeAll(file, text) || !file.setPermissions(permissions)) {
-    throw error(sentence, file);
-  }
+  if (!file.open()) throw error(sentence, file);
+  const fs::path written = fromQString(file.fileName());
+  std::ofstream stream(written, std::ios::binary);
+  stream << text;
+  stream.close();  // a file system on the network may be full only now
   std::error_code reason;
-  fs::rename(fromQString(file.fileName()), path, reason);
+  if (!stream) reason.assign(errno, std::generic_category());
+  if (!reason) fs::permissions(written, permissions(path), reason);
+  if (!reason) fs::rename(written, path, reason);
   if (reason) throw error(sentence, reason);
   file.setAutoRemove(false);
 }

@@ -59,8 +59,11 @@ bool hasX11Tray() {
 }  // namespace
 
 SystemTray::SystemTray(std::function<void()> callback) : found(std::move(callback)) {
-  lookSoon.setSingleShot(true);
-  connect(&lookSoon, &QTimer::timeout, this, &SystemTray::look);
+  lookAgain.setInterval(pause);
+  for (QTimer* const timer : {&lookSoon, &lookAgain}) {
+    timer->setSingleShot(true);
+    connect(timer, &QTimer::timeout, this, &SystemTray::look);
+  }
 
   QDBusConnection bus = QDBusConnection::sessionBus();
   if (bus.isConnected()) {
@@ -95,7 +98,7 @@ void SystemTray::look() {
     if (hasHost || hasX11Tray())
       found();
     else if (isUndecided)  // a panel that is busy, as at a login, or not ready for the question yet
-      QTimer::singleShot(pause, this, &SystemTray::look);
+      lookAgain.start();
   });
 }
 

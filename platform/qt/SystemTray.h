@@ -26,6 +26,7 @@ class SystemTray : public QObject, private QAbstractNativeEventFilter {
 
   std::function<void()> found;
   QTimer lookSoon;
+  QTimer lookAgain;
 };
 
 }  // namespace platform

@@ -15,7 +15,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t longestBody = 16U << 20U;
-constexpr qint64 longestUnread = qint64{64} * 1024;
+constexpr qint64 longestUnread = qint64{64} * 1024;  ///< before decoding, and of one reading
 constexpr int maximumRedirects = 20;
 
 /// One call of `dataTaskWithUrl`, redirects and all.
@@ -27,7 +27,7 @@ struct DataTask {
 
 /// Qt makes an error of an HTTP status too, and may then conceal that of the transport, whose
 /// number is smaller. It takes away the length of what it decodes, and cannot always tell whether
-/// the last chunk came: such an answer counts if what came of it is whole JSON.
+/// the last chunk came.
 bool isWhole(const QNetworkReply& reply, const std::string& body) {
   const auto error = reply.error();
   const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -93,9 +93,11 @@ struct UrlSession::Implementation {
 
   static void read(QNetworkReply& reply, DataTask& task) {
     try {
-      const QByteArray bytes = reply.readAll();
-      task.body.append(bytes.data(), static_cast<std::size_t>(bytes.size()));
-      if (task.body.size() <= longestBody) return;
+      while (task.body.size() <= longestBody) {
+        const QByteArray bytes = reply.read(longestUnread);
+        if (bytes.isEmpty()) return;
+        task.body.append(bytes.data(), static_cast<std::size_t>(bytes.size()));
+      }
     } catch (const std::bad_alloc&) {
     }
     reply.abort();

@@ -12,8 +12,7 @@ TOOL = """#!/bin/sh
 echo "$PPID $*" >> '{log}'
 """
 GUARD = TOOL + "echo GEN-quick\nexit\n"
-CALLS = ("mkdir openat write fdatasync fchmod linkat rename unlink unlinkat rmdir "
-         "fchmodat").split()  # by which the disk is changed
+CALLS = ("mkdir openat write fchmod linkat rename unlink unlinkat rmdir fchmodat").split()  # by which the disk is changed
 GUARD_SIZE = 1 << 20
 
 

@@ -21,7 +21,7 @@ std::optional<Instant> reference(const std::string& text) {
       "([0-9]{4})-(0[1-9]|1[0-2])-([0-9]{2})T([01][0-9]|2[0-3]):([0-5][0-9]):([0-5][0-9])"
       "([.][0-9]+)?(Z|([+-])([01][0-9]|2[0-3]):([0-5][0-9]))");
   std::smatch part;
-  if (!std::regex_match(text, part, form)) return {};
+  if (!std::regex_match(text, part, form) || part[1] == "0000") return {};
   const auto number = [&](std::size_t i) { return part[i].matched ? std::stoi(part[i]) : 0; };
 
   std::tm calendar{};
@@ -46,7 +46,7 @@ void requireRoundTrip(double seconds) {
   const auto time = static_cast<std::time_t>(whole);
   std::tm calendar{};
   gmtime_r(&time, &calendar);
-  if (calendar.tm_year < -1900 || calendar.tm_year > 9999 - 1900)
+  if (calendar.tm_year < 1 - 1900 || calendar.tm_year > 9999 - 1900)
     return;  // the zone carried it out
   char digits[64];
   std::snprintf(digits, sizeof digits, "%04d-%02d-%02dT%02d:%02d:%02d", calendar.tm_year + 1900,
