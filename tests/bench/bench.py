@@ -139,21 +139,28 @@ def rounds_of_a_minute(site, table, rounds):
         both = probes.memory(run.pid) + probes.memory(floor.pid)
         loaded = [probes.libraries(each.pid) for each in (run, floor)]
         floor.stop()
-        sizes.append(both + probes.memory(run.pid))
+        alone = probes.memory(run.pid)
         run.stop()
+        floor = site.launch(tool("floor"))
+        floor.wait_until(MARGIN)
+        sizes.append(both + alone + probes.memory(floor.pid))
+        floor.stop()
         tray_script = site.start_script(TRAY_SCRIPT.format(url=url, count=100, pause=POLL_INTERVAL))
         scripts.append(probes.memory_of_tree(tray_script.pid))
         site.stop_script(tray_script)
 
-    proportional, private, floor_proportional, floor_private, alone, private_alone = medians(sizes)
-    script, private_script = medians(scripts)
+    (proportional, own, floor_proportional, floor_own, alone, own_alone,
+     floor_alone, floor_own_alone) = medians(sizes)
+    script, own_script = medians(scripts)
     table.head("2 Memory after a minute, window closed", "floor")
     table.row("proportional", proportional, "KiB", floor_proportional,
               goal=MEMORY_GOAL)
-    table.row("private", private, "KiB", floor_private)
+    table.row("backed by no file", own, "KiB", floor_own)
     table.head("  Memory, each alone", "tray script")
     table.row("proportional", alone, "KiB", script, goal=1)
-    table.row("private", private_alone, "KiB", private_script)
+    table.row("the floor's", floor_alone, "KiB", script)
+    table.row("backed by no file", own_alone, "KiB", own_script, goal=1)
+    table.row("the floor's", floor_own_alone, "KiB", own_script)
 
     polled, shell, bare, scripted = medians(polls)
     poll_calls, idle_calls = medians(calls)

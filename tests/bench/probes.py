@@ -86,13 +86,13 @@ class Launch:
 
 
 class Site:
-    """A desktop with a tray, a service that answers at once, and the application's folder with a
+    """A desktop with both kinds of tray, a service that answers at once, and the application's folder with a
     launchctl and a service binary that return at once. All of its files, the home folder's too, are
     in a temporary folder, or in one that never waits for a disk."""
 
     def __init__(self, files_in_memory=False):
         tempfile.tempdir = "/dev/shm" if files_in_memory else None
-        self.desktop = Desktop(tray=False)
+        self.desktop = Desktop(bar="light")
         try:
             self.service = Service()
             self.host = self.desktop.host = Host(self.desktop.bus_address)
@@ -189,9 +189,9 @@ def wake_ups(pid):
 
 
 def memory(pid):
-    """KiB: proportional, private."""
+    """KiB: proportional, and what no file backs, which nobody else can use."""
     values = dict(re.findall(r"^(\w+):\s+(\d+) kB", read(f"/proc/{pid}/smaps_rollup"), re.MULTILINE))
-    return int(values["Pss"]), int(values["Private_Clean"]) + int(values["Private_Dirty"])
+    return int(values["Pss"]), int(values["Anonymous"])
 
 
 def memory_of_tree(pid):
