@@ -67,6 +67,16 @@ def compressed(content):
     return http(gzip.compress(content, 1), headers=["Content-Encoding: gzip"])
 
 
+def zstandard_of_blanks(size):
+    """Blocks of 128 KiB, of which each is one repeated byte."""
+    block_size = 1 << 17
+    count = size // block_size
+    frame = b"\x28\xb5\x2f\xfd\x00\x38" + b"".join(
+        (block_size << 3 | 0b010 | (number == count - 1)).to_bytes(3, "little") + b" "
+        for number in range(count))
+    return http(frame, headers=["Content-Encoding: zstd"])
+
+
 def object_with(content):
     return b'{"state": "stale", "x": ' + content + b"}"
 
@@ -117,6 +127,7 @@ SICKNESSES = {
                         [DOWN]),
     "gzip, not true": (send(http(STALE, headers=["Content-Encoding: gzip"])), [DOWN]),
     "gzip, 300 MiB in little": (send(compressed(b" " * 300 * MIB)), [DOWN]),
+    "zstd, 1 GiB in 32 KiB": (send(zstandard_of_blanks(1024 * MIB)), [DOWN]),
     "unheard-of encoding": (send(http(STALE, headers=["Content-Encoding: zap"])), [ANSWERED]),
     "HTTP/0.9": (send(STALE), [DOWN]),
     "noise": (send(bytes(range(256)) * 40), [DOWN]),
