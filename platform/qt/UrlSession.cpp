@@ -1,6 +1,5 @@
 #include "platform/UrlSession.h"
 
-#include <malloc.h>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QNetworkReply>
@@ -120,9 +119,7 @@ struct UrlSession::Implementation {
   }
 
   void finish(DataTask& task, std::optional<std::string> body) {
-    const bool isLarge = body && body->size() > longestBody / 16;
     std::exchange(task.completionHandler, nullptr)(std::move(body));
-    if (isLarge) ::malloc_trim(0);  // what reading it took is free, but in small pieces
     if (--unfinished == 0 && isEnding) thread.quit();
   }
 
