@@ -27,7 +27,7 @@ ALL_POLLS = os.environ.get("PELLIX_SICK_POLLS") == "all"
 
 # Generous, for loaded machines: that nothing blocks, not how fast it is. The figures are printed.
 SLOWEST_CLICK = 3.0
-MEMORY_TOLERANCE = 24 * MIB
+MEMORY_TOLERANCE = 72 * MIB  # the allocator keeps up to 64 for the next large answer
 MOST_MEMORY = 300 * MIB
 
 STALE = b'{"state": "stale"}'
