@@ -29,7 +29,8 @@ struct Alert {
 inline constexpr int alertFirstButtonReturn = 1000;
 
 /// Brings the alert to the front and waits until the user has answered it. Main thread; the main
-/// queue and timers keep running meanwhile. An alert closed without a button gives a response that
+/// queue and timers keep running meanwhile, and a command of a menu brings the alert to the front
+/// instead of what it stands for. An alert closed without a button gives a response that
 /// is none of its buttons, or that of its "Cancel".
 int runModal(const Alert& alert);
 

@@ -122,8 +122,8 @@ struct UrlSession::Implementation {
   void finish(DataTask& task, std::optional<std::string> body) {
     const bool isLarge = body && body->size() > longestBody / 16;
     std::exchange(task.completionHandler, nullptr)(std::move(body));
-    // What reading it took is free, but in small pieces: 177 MiB of them stayed after 4 MiB of nested
-    // objects, and 54 after this.
+    // What reading it took is free, but in small pieces: 177 MiB of them stayed after 4 MiB of
+    // nested objects, and 54 after this.
     if (isLarge) ::malloc_trim(0);
     if (--unfinished == 0 && isEnding) thread.quit();
   }

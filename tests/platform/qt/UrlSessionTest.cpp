@@ -8,7 +8,6 @@
 #include <unistd.h>
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <future>
 #include <iterator>
@@ -20,7 +19,6 @@
 
 #include "Fetch.h"
 #include "HttpServer.h"
-#include "platform/Task.h"
 
 namespace {
 
@@ -112,33 +110,6 @@ TEST(UrlSession, anAnswerWithoutEndGivesNothing) {
   }
 }
 
-TEST(UrlSession, signalsDoNotDisturbARequest) {
-  std::atomic<bool> isOver = false;
-  struct sigaction action {};
-  struct sigaction before {};
-  action.sa_handler = [](int) {};
-  ::sigaction(SIGUSR1, &action, &before);
-  HttpServer server([](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{");
-    std::this_thread::sleep_for(200ms);
-    connection.send("}");
-  });
-  UrlSession session(5);
-  auto body = startFetch(session, server.url());
-  std::thread signals([&] {
-    while (!isOver) {
-      for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        ::tgkill(::getpid(), std::stoi(entry.path().filename()), SIGUSR1);
-      }
-      std::this_thread::sleep_for(5ms);
-    }
-  });
-  EXPECT_EQ(body.get(), "{}");
-  isOver = true;
-  signals.join();
-  ::sigaction(SIGUSR1, &before, nullptr);
-}
-
 TEST(UrlSession, aRequestWaitsForAConnectionAsLongAsForAnAnswer) {
   constexpr std::size_t limit = 6;
   std::atomic<bool> isSilent = true;
@@ -202,22 +173,6 @@ TEST(UrlSession, theEndOfTheSessionIsNotThatOfABody) {
   std::this_thread::sleep_for(50ms);
   session.reset();
   EXPECT_EQ(body.get(), none);
-}
-
-TEST(UrlSession, aProcessThatWasStoppedGoesOnWithItsRequest) {
-  HttpServer server([](Connection& connection) {
-    std::this_thread::sleep_for(400ms);
-    connection.send(response("200 OK", "{}"));
-  });
-  UrlSession session(5);
-  auto body = startFetch(session, server.url());
-  while (server.requests().empty()) std::this_thread::sleep_for(1ms);
-  const std::string self = std::to_string(::getpid());
-  platform::Task stop("/bin/sh",
-                      {"-c", "(kill -STOP " + self + "; sleep 0.1; kill -CONT " + self + ") &"});
-  stop.launch();
-  stop.waitUntilExit();
-  EXPECT_EQ(body.get(), "{}");
 }
 
 /// While it lives, the system has no thread to give.
@@ -294,20 +249,6 @@ TEST(UrlSession, aRequestNamesItsHostAndItsQuery) {
                                                      " HTTP/1.1\r\nHost: " + authority + "\r\n"))
         << server.requests().back();
   }
-}
-
-TEST(UrlSession, aRedirectCannotAddToTheRequest) {
-  HttpServer server([](Connection& connection) {
-    const bool isFirst = connection.request.starts_with("GET /first ");
-    connection.send(isFirst ? "HTTP/1.1 302 Found\r\nLocation: /a b\rX: y\tz\r\n"
-                              "Content-Length: 0\r\n\r\n"
-                            : response("200 OK", "{}"));
-  });
-  UrlSession session(5);
-  EXPECT_EQ(fetch(session, server.url("/first")), "{}");
-  ASSERT_EQ(server.requests().size(), 2U);
-  EXPECT_TRUE(server.requests()[1].starts_with("GET /a%20b%0DX:%20y%09z HTTP/1.1\r\n"))
-      << server.requests()[1];
 }
 
 TEST(UrlSession, anAnswerThatAsksForProxyCredentialsIsAnAnswer) {
