@@ -41,13 +41,14 @@ def without_duplicates(pairs):
     return members
 
 
-def depth(text):
+def depth(content):
     """How deep lists and objects are nested, without being nested oneself."""
-    level = deepest = 0
-    for bracket in re.findall(r'"(?:[^"\\]|\\.)*"|[\[\]{}]', text, re.DOTALL):
-        level += {"[": 1, "{": 1, "]": -1, "}": -1}.get(bracket, 0)
-        deepest = max(deepest, level)
-    return deepest
+    count, level = 0, [content]
+    while level := [each for each in level if isinstance(each, (dict, list))]:
+        count += 1
+        level = [inner for each in level
+                 for inner in (each.values() if isinstance(each, dict) else each)]
+    return count
 
 
 def json_object(data):
@@ -58,13 +59,16 @@ def json_object(data):
         raise NotSo(f"no UTF-8, at byte {error.start}") from None
     if text.startswith("\ufeff"):
         raise NotSo("a byte-order mark before the text")
-    if depth(text) > DEEPEST:
-        raise NotSo(f"more than {DEEPEST} levels of nesting")
+    too_deep = NotSo(f"more than {DEEPEST} levels of nesting")
     try:
         content = json.loads(text, parse_int=finite, parse_float=finite,
                              parse_constant=no_number, object_pairs_hook=without_duplicates)
     except ValueError as error:
         raise NotSo(f"no JSON: {error}; it begins {quoted(text)}") from None
+    except RecursionError:
+        raise too_deep from None
+    if depth(content) > DEEPEST:
+        raise too_deep
     if not isinstance(content, dict):
         raise NotSo(f"no object but {quoted(content)}")
     try:

@@ -3,6 +3,7 @@
 import json
 import re
 import shlex
+import time
 
 import jsonschema
 import pytest
@@ -167,11 +168,15 @@ def test_the_checker_knows_the_days_that_no_pattern_knows():
     (b'{"a": ' + b"[" * 512 + b"]" * 512 + b"}", "more than 512 levels"),
     (b"[" * 1_000_000, "more than 512 levels"),
     (b'{"a":' * 100_000, "more than 512 levels"),
+    (b'{"a":"' + rb"\"" * 500_000, "no JSON"),
+    (b'{"a": "' + b"[" * 1_000_000, "no JSON"),
 ])
-def test_what_readers_could_differ_on_is_refused(data, fault):
+def test_what_readers_could_differ_on_is_refused_soon(data, fault):
+    begin = time.process_time()
     with pytest.raises(NotSo) as told:
         contract.json_object(data)
     assert str(told.value).startswith(fault)
+    assert time.process_time() - begin < 1
 
 
 @pytest.mark.parametrize("data, content", [
@@ -181,6 +186,10 @@ def test_what_readers_could_differ_on_is_refused(data, fault):
 ])
 def test_what_every_reader_reads_is_read(data, content):
     assert contract.json_object(data) == content
+
+
+def test_as_many_levels_as_every_reader_takes_are_read():
+    assert contract.depth(contract.json_object(b'{"a": ' + b"[" * 511 + b"]" * 511 + b"}")) == 512
 
 
 def commands():
