@@ -11,7 +11,7 @@ import pytest
 from desktop.product import STATES
 from kit_harness import COMMAND, ROOT, rules, run
 
-from kit import contract, mac  # noqa: I100 (kit_harness makes it known)
+from kit import contract, exchange, mac  # noqa: I100 (kit_harness makes it known)
 from kit.outcome import NotSo
 
 DOCUMENT = (ROOT / "docs" / "service-contract.md").read_text(encoding="utf-8")
@@ -226,6 +226,11 @@ def test_both_schemas_and_the_document_have_one_version():
     assert {schema.schema["$id"] for schema in (STATUS, ID)} == {
         f"urn:velmor-pellix:{name}:{contract.VERSION}" for name in ("status", "id")}
     assert f"version {contract.VERSION} of the contract" in DOCUMENT
+
+
+def test_the_largest_answer_is_that_of_the_checker():
+    limits = re.findall(r"\bat most (\d+) MiB", " ".join(DOCUMENT.split()))
+    assert set(limits) == {str(exchange.LARGEST >> 20)} and len(limits) == 2
 
 
 def test_the_members_are_those_of_the_document():
