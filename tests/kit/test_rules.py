@@ -382,6 +382,14 @@ breaking("keeps-files", "writes managed.json", """
             json.dump({"site": SITE, "seen": True}, file)
         os.replace(name + ".new", name)
     """)
+breaking("keeps-files", "leaves more than anybody can read", """
+    NAME = os.path.join(FOLDER, "managed.json")
+    def site():
+        with open(NAME, encoding="utf-8") as file:
+            return json.loads(file.read(1000).rstrip("\\0"))["site"]
+    def prepare():
+        os.truncate(NAME, 1 << 42)
+    """)
 
 
 @pytest.mark.parametrize("name", BREAKING)
