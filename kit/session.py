@@ -63,8 +63,6 @@ class Session:
             print(f"These processes do not end: {left}", file=sys.stderr)
         try:
             remove(self.folder)
-        except FileNotFoundError:
-            pass  # the service has removed it
         except OSError as problem:
             print(f"Something is left: {problem}", file=sys.stderr)
 
@@ -291,20 +289,35 @@ class Session:
             raise NotSo(f"after {after}: {problem}")
 
 
-def remove(folder):
-    """Removes a folder of any depth and whatever its modes: each folder in it is moved out first."""
-    os.chmod(folder, 0o700)
-    aside = tempfile.mkdtemp(prefix=f"{folder.name}-", dir=folder.parent)
-    folders = [aside, str(folder)]
+def remove(folder, attempts=10):
+    """Removes a folder of any depth and whatever its modes. Somebody else may be at it, too."""
+    try:
+        os.chmod(folder, 0o700)
+        empty(folder)
+        os.rmdir(folder)
+    except FileNotFoundError:
+        if os.path.lexists(folder):
+            if attempts == 1:
+                raise
+            remove(folder, attempts - 1)
+
+
+def empty(folder):
+    """Each folder in it comes to its top before it is emptied: a path has a longest length."""
+    aside = tempfile.mkdtemp(dir=folder)
+    folders = [folder]
     for path in folders:  # it grows
         for entry in list(os.scandir(path)):
+            if entry.path == aside:
+                continue
             if entry.is_dir(follow_symlinks=False):
                 os.chmod(entry.path, 0o700)
-                folders.append(os.path.join(aside, str(len(folders))))
-                os.rename(entry.path, folders[-1])
+                new = os.path.join(aside, str(len(folders)))
+                os.rename(entry.path, new)
+                folders.append(new)
             else:
                 os.remove(entry.path)
-    for path in reversed(folders):
+    for path in [*reversed(folders[1:]), aside]:
         os.rmdir(path)
 
 

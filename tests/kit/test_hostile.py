@@ -1,5 +1,7 @@
 """script/check-service, and services that mean harm: a verdict each time, and soon."""
 
+import os
+import subprocess
 import threading
 import time
 
@@ -8,7 +10,7 @@ import pytest
 from desktop.service import Service
 from kit_harness import Report, rules
 
-from kit import exchange
+from kit import exchange, session
 
 HEAD = b"HTTP/1.1 200 OK\r\n"
 ANSWERS = {
@@ -122,6 +124,42 @@ def prepare():
     os.chmod(FOLDER + "/deeper/deeper", 0)
 """), "--skip", "[!l]*")
     assert (report.status, report.error) == (0, "")
+
+
+@pytest.mark.parametrize("call", ["chmod", "scandir", "mkdir", "rename", "remove", "rmdir"])
+@pytest.mark.parametrize("moment", range(5))
+def test_what_somebody_else_removes_meanwhile_keeps_nothing_else(
+        tmp_path, monkeypatch, call, moment):
+    """Just before a call, what it names is removed."""
+    folder = tmp_path / "removed"
+    for name in "abc":
+        (folder / name / name).mkdir(parents=True)
+        (folder / name / "file").touch()
+    calls = 0
+
+    def late(path, *more, real=getattr(os, call), **options):
+        nonlocal calls
+        if calls == moment:
+            subprocess.run(["/bin/rm", "-r", os.path.dirname(path) if call == "mkdir" else path],
+                           check=True)
+        calls += 1
+        return real(path, *more, **options)
+
+    monkeypatch.setattr(os, call, late)
+    session.remove(folder)
+    assert list(tmp_path.iterdir()) == []
+    assert calls
+
+
+def test_what_cannot_be_removed_is_told(tmp_path, monkeypatch):
+    (tmp_path / "removed").mkdir()
+
+    def refuse(path):
+        raise PermissionError(13, "Permission denied", path)
+
+    monkeypatch.setattr(os, "rmdir", refuse)
+    with pytest.raises(PermissionError):
+        session.remove(tmp_path / "removed")
 
 
 def test_a_service_that_ends_at_once_keeps_nobody_waiting(make):
