@@ -6,7 +6,8 @@ import os
 import pathlib
 import re
 import socket
-import subprocess
+
+from kit import tools
 
 PROC_NET = pathlib.Path("/proc/net")
 LISTEN = "0A"
@@ -18,11 +19,8 @@ def listeners(pids, port):
     that port."""
     if (PROC_NET / "tcp").exists():
         return from_proc({inode for pid in pids for inode in sockets_of(pid)}, port)
-    listing = subprocess.run(
-        ["/usr/sbin/lsof", "-nP", "-a", "-p", ",".join(map(str, pids)), "-iTCP", "-sTCP:LISTEN",
-         "-Fn"],
-        check=False, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-        timeout=20)
+    listing = tools.run("/usr/sbin/lsof", "-nP", "-a", "-p", ",".join(map(str, pids)), "-iTCP",
+                        "-sTCP:LISTEN", "-Fn")
     return from_lsof(listing.stdout.decode("utf-8", "replace"))
 
 

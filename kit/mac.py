@@ -3,8 +3,8 @@
 import plistlib
 import re
 import shutil
-import subprocess
 
+from kit import tools
 from kit.outcome import NotSo, Untold
 
 ARCHITECTURES = ("arm64", "x86_64")
@@ -17,11 +17,7 @@ def output(tool, *arguments):
     path = shutil.which(tool)
     if path is None:
         raise Untold(f"it needs a Mac, there is no {tool} here")
-    try:
-        run = subprocess.run([path, *map(str, arguments)], check=False, stdin=subprocess.DEVNULL,
-                             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, timeout=20)
-    except subprocess.TimeoutExpired:
-        raise NotSo(f"{tool} does not end") from None
+    run = tools.run(path, *arguments)
     return run.stdout if run.returncode == 0 else None
 
 

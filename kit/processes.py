@@ -9,6 +9,7 @@ import sys
 import threading
 import time
 
+from kit import tools
 from kit.outcome import NotSo, quoted
 
 PR_SET_CHILD_SUBREAPER = 36
@@ -100,8 +101,7 @@ def started_for(home):
     """The processes that were started here with this home folder, and those that they started."""
     if sys.platform == "linux":
         return descendants(parents_in_proc(), os.getpid())
-    listing = subprocess.run(["/bin/ps", "-axwwE", "-o", "pid=,command="], check=False,
-                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=20)
+    listing = tools.run("/bin/ps", "-axwwE", "-o", "pid=,command=")
     return with_variable(listing.stdout.decode("utf-8", "replace"), f"HOME={home}")
 
 
@@ -131,12 +131,14 @@ def with_variable(text, entry):
 
 
 def kill_all_for(home, patience=5.0):
-    """Ends those processes, and says which do not end."""
+    """Ends those processes; NotSo if they do not end, or cannot be found."""
     deadline = time.monotonic() + patience
     while True:
         found = started_for(home)
-        if not found or time.monotonic() > deadline:
-            return found
+        if not found:
+            return
+        if time.monotonic() > deadline:
+            raise NotSo(f"these processes do not end: {found}")
         for pid in found:
             with contextlib.suppress(ProcessLookupError, PermissionError):
                 os.kill(pid, signal.SIGKILL)

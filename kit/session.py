@@ -1,5 +1,6 @@
 """Runs the program as the application and launchd do, in a home of its own."""
 
+import contextlib
 import os
 import pathlib
 import pwd
@@ -40,6 +41,7 @@ class Session:
         self.support = self.home / SUPPORT
         self.installed = self.support / NAME
         self.managed = self.support / "managed.json"
+        self.started = []
         self.running = None  # the process that serves, with its port
         self.port = None
         self.broken = None  # the rule without which the service cannot be asked
@@ -58,9 +60,12 @@ class Session:
 
     def __exit__(self, *_):
         self.close_connections()
-        left = kill_all_for(self.home)
-        if left:
-            print(f"These processes do not end: {left}", file=sys.stderr)
+        try:
+            kill_all_for(self.home)
+        except NotSo as problem:
+            print(f"Something may be left running: {problem}", file=sys.stderr)
+        for process in self.started:
+            process.kill()
         try:
             remove(self.folder)
         except OSError as problem:
@@ -101,7 +106,9 @@ class Session:
     # The two commands ------------------------------------------------------------
 
     def process(self, *arguments, **variables):
-        return Process([str(self.installed), *arguments], self.environment(**variables))
+        process = Process([str(self.installed), *arguments], self.environment(**variables))
+        self.started.append(process)
+        return process
 
     def identify(self):
         """One run of `id --json`, ended if it does not end."""
@@ -185,7 +192,8 @@ class Session:
         self.close_connections()
         if self.running:
             self.running.kill()
-            kill_all_for(self.home)
+            with contextlib.suppress(NotSo):  # what is left is told in the end
+                kill_all_for(self.home)
         self.running = None
 
     def close_connections(self):

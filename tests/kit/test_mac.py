@@ -1,13 +1,19 @@
 """script/check-service on a Mac: on tools that print what Apple's print."""
 
 import os
+import pathlib
 import plistlib
+import subprocess
+import types
 
 import pytest
 
 from kit_harness import Report
 
 from kit import listening, processes
+from kit.command import outcome_of
+from kit.rules import RULES
+from kit.session import Session
 
 BUILD_VERSION = """\
 Load command 0
@@ -152,3 +158,39 @@ def test_the_listing_of_ps_is_read():
             "  503 /bin/sleep 5 HOME=/tmp/xy USER=ann\n"
             "  504 /bin/sleep 5 OLDHOME=/tmp/x\n")
     assert processes.with_variable(text, "HOME=/tmp/x") == [501, 502]
+
+
+@pytest.fixture
+def session_on_a_mac(make, monkeypatch):
+    """session_on_a_mac(tool): a check in this process, on a Mac where that tool never ends and others
+    print nothing."""
+    def session(hanging):
+        def run(command, timeout, real=subprocess.run, **options):
+            hangs = pathlib.Path(command[0]).name == hanging
+            return real(["/bin/sleep", "60" if hangs else "0"], timeout=timeout / 40, **options)
+
+        monkeypatch.setattr(processes, "sys", types.SimpleNamespace(platform="darwin"))
+        monkeypatch.setattr(listening, "PROC_NET", pathlib.Path("/no/such/folder"))
+        monkeypatch.setattr(subprocess, "run", run)
+        made = Session(make())
+        made.install()
+        return made
+    return session
+
+
+@pytest.mark.parametrize("tool", ["lsof", "ps"])
+def test_a_tool_that_never_ends_gives_a_verdict(session_on_a_mac, tool):
+    with session_on_a_mac(tool) as session:
+        [rule] = [rule for rule in RULES if rule.name == "loopback"]
+        outcome = outcome_of(rule, session, set())
+    assert (outcome.result, outcome.seen) == ("failed", f"{tool} does not end")
+
+
+def test_what_was_started_ends_without_ps(session_on_a_mac, scratch, capfd):
+    with session_on_a_mac("ps") as session:
+        session.start()
+        left = session.run(session.port + 1)
+        session.running = None
+    assert left.status() is not None
+    assert capfd.readouterr().err == "Something may be left running: ps does not end\n"
+    assert list(scratch.iterdir()) == []
