@@ -13,6 +13,7 @@ import threading
 
 FOLDER = os.path.dirname(os.path.abspath(__file__))
 DEVICE_ID = "GEN-right"
+ADDRESS = "127.0.0.1"
 
 
 class Refused(Exception):
@@ -139,10 +140,14 @@ def send(connection, answer):
     connection.sendall(answer)
 
 
-def listen():
-    listener = socket.socket()
+def set_options(listener):
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", PORT))
+
+
+def listen():
+    listener = socket.socket(socket.AF_INET6 if ":" in ADDRESS else socket.AF_INET)
+    set_options(listener)
+    listener.bind((ADDRESS, PORT))
     listener.listen(64)
     return listener
 

@@ -27,13 +27,11 @@ def test_the_stand_in_keeps_every_rule(scratch):
 # Right services that are written otherwise.
 OTHERWISE = {
     "takes IPv4 on a socket of IPv6": """
-        def listen():
-            listener = socket.socket(socket.AF_INET6)
-            listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        ADDRESS = "::ffff:127.0.0.1"
+        right = set_options
+        def set_options(listener):
+            right(listener)
             listener.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 0)
-            listener.bind(("::ffff:127.0.0.1", PORT))
-            listener.listen(64)
-            return listener
         """,
     "has another port for itself": """
         def prepare():
@@ -317,12 +315,8 @@ breaking("taken-port", "as if all were well", """
         return 0
     """)
 hanging("taken-port", "shares it", """
-    def listen():
-        listener = socket.socket()
+    def set_options(listener):
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
-        listener.bind(("127.0.0.1", PORT))
-        listener.listen(64)
-        return listener
     """)
 hanging("stop", "waits for its clients", """
     clients = set()
@@ -341,13 +335,7 @@ hanging("stop", "waits for its clients", """
         signal.signal = lambda *_: None
         return listener
     """)
-breaking("restart", "no address reuse", """
-    def listen():
-        listener = socket.socket()
-        listener.bind(("127.0.0.1", PORT))
-        listener.listen(64)
-        return listener
-    """)
+breaking("restart", "no address reuse", "def set_options(listener): pass")
 breaking("managed-anew", "remembered", """
     def site():
         name = os.path.join(FOLDER, "site")
