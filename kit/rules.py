@@ -143,23 +143,13 @@ def _(session):
 @must("status-time", f"`/status.json` is answered whole within {ANSWER_SECONDS} seconds",
       "Answer from memory: ask the site in the background, never while the application waits.")
 def _(session):
-    try:
-        return f"after {session.first_status().seconds:.2f} s"
-    except exchange.Late as problem:
-        raise NotSo(str(problem)) from None
-    except exchange.Broken:
-        raise Untold.because("status-http") from None
+    return f"after {session.answer(exchange.Late).seconds:.2f} s"
 
 
 @must("status-http", f"The answer is whole HTTP of at most {exchange.LARGEST >> 20} MiB, and plain",
       "Send what Content-Length announces; compress only for those who send Accept-Encoding.")
 def _(session):
-    try:
-        return f"{len(session.first_status().body)} bytes"
-    except exchange.Broken as problem:
-        raise NotSo(str(problem)) from None
-    except exchange.Late:
-        raise Untold.because("status-time") from None
+    return f"{len(session.answer(exchange.Broken).body)} bytes"
 
 
 @must("status-direct", "It is no redirect",

@@ -222,25 +222,21 @@ class Session:
         self.service()
         return self.ask(path)
 
-    def first_status(self):
-        """The first answer to /status.json: it, or the same exception each time."""
+    def answer(self, fault=()):
+        """The first answer to /status.json. That there is none is news from the rule about that fault
+        alone."""
         if self.first_answer is None:
             try:
                 self.first_answer = self.get("/status.json")
             except (exchange.Late, exchange.Broken) as problem:
                 self.first_answer = problem
-        if isinstance(self.first_answer, Exception):
-            raise self.first_answer
+        if isinstance(self.first_answer, fault):
+            raise NotSo(str(self.first_answer))
+        if isinstance(self.first_answer, exchange.Late):
+            raise Untold.because("status-time")
+        if isinstance(self.first_answer, exchange.Broken):
+            raise Untold.because("status-http")
         return self.first_answer
-
-    def answer(self):
-        """That answer, for rules to which its absence is nothing new."""
-        try:
-            return self.first_status()
-        except exchange.Late:
-            raise Untold.because("status-time") from None
-        except exchange.Broken:
-            raise Untold.because("status-http") from None
 
     def status(self):
         """The object in it, or in a later one while nothing is known yet."""
