@@ -2,6 +2,7 @@
 
 import contextlib
 import errno
+import glob
 import os
 import pathlib
 import re
@@ -59,12 +60,10 @@ def is_little_endian():
 
 
 def sockets_of(pid):
-    """The inodes of the sockets that a process holds."""
-    folder = f"/proc/{pid}/fd"
-    with contextlib.suppress(OSError):
-        for name in os.listdir(folder):
-            with contextlib.suppress(OSError):
-                yield from re.findall(r"socket:\[(\d+)\]", os.readlink(f"{folder}/{name}"))
+    """The inodes of the sockets that a process holds; its first thread may have ended."""
+    for link in glob.iglob(f"/proc/{pid}/task/*/fd/*"):
+        with contextlib.suppress(OSError):
+            yield from re.findall(r"socket:\[(\d+)\]", os.readlink(link))
 
 
 def accepts(port, address="127.0.0.1", seconds=1.0):

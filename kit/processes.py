@@ -106,13 +106,15 @@ def started_for(home):
 
 
 def parents_in_proc():
-    """The parent of each process that has not ended."""
+    """The parent of each process that has not ended. One whose first thread alone has ended looks
+    like one that has, but for the number of its threads."""
     parents = {}
     for name in filter(str.isdigit, os.listdir("/proc")):
         with contextlib.suppress(OSError), open(f"/proc/{name}/stat", "rb") as file:
-            state, parent = file.read().rpartition(b")")[2].split()[:2]
-            if state not in b"ZX":
-                parents[int(name)] = int(parent)
+            fields = file.read().rpartition(b")")[2].split()
+            state, parent, threads = fields[0], int(fields[1]), int(fields[17])
+            if state not in b"ZX" or threads > 1:
+                parents[int(name)] = parent
     return parents
 
 

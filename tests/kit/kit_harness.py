@@ -1,6 +1,7 @@
 """What the tests run script/check-service with: services that differ from a right one."""
 
 import functools
+import glob
 import json
 import os
 import pathlib
@@ -67,14 +68,15 @@ def rules():
 
 
 def running_below(folder):
-    """The processes whose command line or home names something below the folder."""
-    found = []
-    for entry in pathlib.Path("/proc").iterdir():
-        if entry.name.isdigit() and int(entry.name) != os.getpid():
-            try:
-                text = (entry / "cmdline").read_bytes() + (entry / "environ").read_bytes()
-            except OSError:
-                continue
-            if os.fsencode(f"{folder}/check-service-") in text:
-                found.append(int(entry.name))
+    """The processes whose command line or home names something below the folder. Each thread is
+    asked, as the first one may have ended before the others."""
+    found = set()
+    for thread in map(pathlib.Path, glob.iglob("/proc/[0-9]*/task/[0-9]*")):
+        pid = int(thread.parts[2])
+        try:
+            text = (thread / "cmdline").read_bytes() + (thread / "environ").read_bytes()
+        except OSError:
+            continue
+        if pid != os.getpid() and os.fsencode(f"{folder}/check-service-") in text:
+            found.add(pid)
     return found

@@ -24,8 +24,24 @@ def test_the_stand_in_keeps_every_rule(scratch):
     assert report.named("skipped") == MAC
 
 
+WITHOUT_FIRST_THREAD = """
+    import ctypes
+    right_run = run
+    def run():
+        signal.signal = lambda *_: None  # SIGTERM stays the system's, as its handler has no thread
+        threading.Thread(target=lambda: os._exit(right_run())).start()
+        ctypes.CDLL(None).pthread_exit(None)
+    """
+SECOND_PORT = """
+    def prepare():
+        global other
+        other = socket.socket()
+        other.listen()
+    """
+
 # Right services that are written otherwise.
 OTHERWISE = {
+    "goes on without its first thread": WITHOUT_FIRST_THREAD,
     "takes IPv4 on a socket of IPv6": """
         ADDRESS = "::ffff:127.0.0.1"
         right = set_options
@@ -141,20 +157,9 @@ breaking("foreground", "forks", """
         os.setsid()
         if os.fork(): os._exit(0)
     """)
-breaking("loopback", "all addresses", """
-    def listen():
-        listener = socket.socket()
-        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        listener.bind(("0.0.0.0", PORT))
-        listener.listen(64)
-        return listener
-    """)
-breaking("loopback", "a second port", """
-    def prepare():
-        global other
-        other = socket.socket()
-        other.listen()
-    """)
+breaking("loopback", "all addresses", "ADDRESS = '0.0.0.0'")
+breaking("loopback", "a second port", SECOND_PORT)
+breaking("loopback", "a second port, without its first thread", SECOND_PORT + WITHOUT_FIRST_THREAD)
 hanging("status-time", "never answers", """
     def answer_status(): threading.Event().wait()
     """)
