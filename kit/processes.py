@@ -34,10 +34,11 @@ class Output:
                 self.data += part[:KEPT - len(self.data)]
                 self.size += len(part)
 
-    def settle(self):
-        """Waits for the rest of what an ended process has written. What it has started may keep the
-        pipe open."""
-        self.reader.join(0.5)
+    def settle(self, seconds=0.5):
+        """Waits for the rest of what an ended process has written, and says whether that was all.
+        What it has started may keep the pipe open."""
+        self.reader.join(max(0, seconds))
+        return not self.reader.is_alive()
 
 
 class Process:

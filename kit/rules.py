@@ -75,6 +75,21 @@ def must_have_ended(run):
         raise NotSo(run.end())
 
 
+@must("id-closed", f"The output of `id --json` is closed after at most {ID_SECONDS} seconds, too",
+      "Give what it starts another standard output: on a Mac the application reads to its end.")
+def _(session):
+    run = session.identity()
+    if run.ended_with is None:
+        raise Untold.because("id-ends")
+    must_be_closed(run)
+    return f"after {run.seconds:.1f} s"
+
+
+def must_be_closed(run):
+    if not run.is_closed:
+        raise NotSo("something that it has started keeps its output open")
+
+
 @must("id-short", f"`id --json` prints at most {PIPE} bytes on either output",
       "Print the object alone: output is read only after the exit, and more never ends.")
 def _(session):
@@ -251,10 +266,12 @@ def _(session):
 def _(session):
     session.service()
     expected = session.identifier()
-    run = session.identify()
+    first, run = session.identity(), session.identify()
     try:
-        if run.ended_with != session.identity().ended_with:
+        if run.ended_with != first.ended_with:
             must_have_ended(run)
+        if first.is_closed:
+            must_be_closed(run)
         found = contract.identifier(run.out.data)
     except NotSo as problem:
         raise NotSo(f"{problem}, while the service runs") from None

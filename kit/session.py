@@ -111,12 +111,13 @@ class Session:
         return process
 
     def identify(self):
-        """One run of `id --json`, ended if it does not end."""
+        """One run of `id --json` and of its output, ended if it does not end."""
         process = self.process("id", "--json")
-        status = process.wait(self.limit(ID_SECONDS))
+        limit = self.limit(ID_SECONDS)
+        process.ended_with = process.wait(limit)
+        process.is_closed = process.out.settle(process.started + limit - time.monotonic())
         process.seconds = time.monotonic() - process.started
         process.kill()
-        process.ended_with = status
         return process
 
     def identity(self):

@@ -81,6 +81,25 @@ OTHERWISE = {
     "says much when it starts": """
         def prepare(): print("It starts.\\n" * 100, file=sys.stderr, flush=True)
         """,
+    "leaves somebody behind for a moment": """
+        import time
+        right = identify
+        def identify():
+            right()
+            sys.stdout.flush()
+            if os.fork() == 0: time.sleep(1)
+            return 0
+        """,
+    "leaves somebody behind with its standard error": """
+        right = identify
+        def identify():
+            right()
+            sys.stdout.flush()
+            if os.fork() == 0:
+                os.close(1)
+                threading.Event().wait()
+            return 0
+        """,
 }
 
 
@@ -132,6 +151,14 @@ hanging("id-ends", "asks a question", """
     def identify():
         print(json.dumps({"device_id": DEVICE_ID}), flush=True)
         threading.Event().wait()
+    """)
+hanging("id-closed", "leaves somebody behind", """
+    right = identify
+    def identify():
+        right()
+        sys.stdout.flush()
+        if os.fork() == 0: os.execv("/bin/sleep", ["sleep", "60"])
+        return 0
     """)
 breaking("id-short", "more than a pipe holds", """
     right = identify
@@ -226,6 +253,17 @@ breaking("stable-id", "random", """
         return 0
     right = status
     def status(): return right() | {"device_id": None}
+    """)
+hanging("stable-id", "leaves somebody behind while the service runs", """
+    right = identify
+    def identify():
+        right()
+        sys.stdout.flush()
+        if os.path.exists(os.path.join(FOLDER, "runs")) and os.fork() == 0:
+            os.execv("/bin/sleep", ["sleep", "60"])
+        return 0
+    def prepare():
+        with open(os.path.join(FOLDER, "runs"), "w"): pass
     """)
 hanging("stable-id", "waits for the service", """
     right = identify
