@@ -384,17 +384,47 @@ def test_help_names_the_stand_ins_own_command(sandbox, argument):
     assert "launchctl shutdown" in result.stdout
 
 
-@pytest.mark.parametrize("keys", [
-    {"ProgramArguments": ["/does/not/exist"]}, {"ProgramArguments": ["/etc/passwd"]},
-    {"ProgramArguments": [""]}, {"ProgramArguments": ["true"], "EnvironmentVariables": {"A=B": ""}},
-    {"ProgramArguments": ["/bin/true"], "StandardOutPath": "/does/not/exist/log"}])
-def test_a_job_that_cannot_start_is_loaded_all_the_same(sandbox, keys):
+def expect_no_start(sandbox, **keys):
     path = sandbox.write_agent(KeepAlive=True, ThrottleInterval=0.1, **keys)
     succeeded(sandbox.bootstrap(path))
     shown = wait_for("two runs", lambda: int(sandbox.print()["runs"]) >= 2 and sandbox.print())
     assert shown["state"] == "not running"
     assert shown["last exit code"].startswith("78: EX_CONFIG")
     succeeded(sandbox.bootout())
+
+
+@pytest.mark.parametrize("keys", [
+    {"ProgramArguments": ["/does/not/exist"]}, {"ProgramArguments": ["/etc/passwd"]},
+    {"ProgramArguments": [""]}, {"ProgramArguments": ["true"], "EnvironmentVariables": {"A=B": ""}},
+    {"ProgramArguments": ["/bin/true"], "StandardOutPath": "/does/not/exist/log"}])
+def test_a_job_that_cannot_start_is_loaded_all_the_same(sandbox, keys):
+    expect_no_start(sandbox, **keys)
+
+
+@pytest.fixture
+def pipe(sandbox):
+    path = sandbox.home / "pipe"
+    os.mkfifo(path)
+    return path
+
+
+@pytest.mark.parametrize("key", ["StandardOutPath", "StandardErrorPath"])
+def test_nobody_waits_for_the_reader_of_a_log_that_is_a_pipe(sandbox, pipe, key):
+    try:
+        expect_no_start(sandbox, ProgramArguments=["/bin/true"], **{key: str(pipe)})
+    finally:  # lets go whoever waits all the same
+        with open(os.open(pipe, os.O_RDONLY | os.O_NONBLOCK), "rb"):
+            pipe.unlink()
+
+
+def test_a_log_that_is_a_pipe_gets_all_that_the_job_prints_however_slowly_it_is_read(sandbox, pipe):
+    with open(os.open(pipe, os.O_RDONLY | os.O_NONBLOCK), "rb") as reader:
+        os.set_blocking(reader.fileno(), True)
+        succeeded(sandbox.bootstrap(sandbox.write_agent(
+            "head -c 1000000 /dev/zero", RunAtLoad=True, StandardOutPath=str(pipe))))
+        time.sleep(0.3)  # until the pipe is full
+        assert len(reader.read()) == 1_000_000
+    wait_for("the job's end", lambda: sandbox.print()["last exit code"] == "0")
 
 
 # The supervisor
