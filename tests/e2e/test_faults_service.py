@@ -35,6 +35,7 @@ TOWER = b'{"":' * 900 + b"1" + b"}" * 900 + b","
 # The state shown, and the age of the last heartbeat if there was an answer.
 DOWN = ("offline", None)
 ANSWERED = ("stale", "never")
+EITHER = [DOWN, ANSWERED]  # that nothing breaks is what counts
 
 
 def send(*parts, pause=0.0):
@@ -112,16 +113,17 @@ SICKNESSES = {
     "no content": (send(b"HTTP/1.1 204 No Content\r\n\r\n"), [DOWN]),
     "Content-Length too large": (send(head("Content-Length: 1000") + STALE), [DOWN]),
     "Content-Length too small": (send(head("Content-Length: 9") + STALE), [DOWN]),
-    "Content-Length negative": (send(head("Content-Length: -1") + STALE), [DOWN, ANSWERED]),
-    "Content-Length no number": (send(head("Content-Length: many") + STALE), [DOWN, ANSWERED]),
+    "Content-Length negative": (send(head("Content-Length: -1") + STALE), [DOWN]),
+    "Content-Length no number": (send(head("Content-Length: many") + STALE), [ANSWERED]),
     "Content-Length beyond all numbers": (send(head(f"Content-Length: {10 ** 40}") + STALE),
-                                          [DOWN, ANSWERED]),
+                                          [ANSWERED]),
     "two Content-Lengths": (send(head("Content-Length: 3", "Content-Length: 18") + STALE),
                             [DOWN]),
     "chunked": (send(chunked((b"9", STALE[:9]), (b"9", STALE[9:]), (b"0", b""))), [ANSWERED]),
     "chunked, cut short": (send(chunked((b"9", STALE[:9]))), [DOWN]),
     "chunked, sizes of nonsense": (send(chunked((b"zz", STALE), (b"-5", b""))), [DOWN]),
-    "chunked, an enormous size": (send(chunked((b"f" * 15, STALE))), [DOWN]),
+    # Qt notices most times that the rest is missing.
+    "chunked, an enormous size": (send(chunked((b"f" * 15, STALE))), EITHER),
     "gzip": (send(compressed(STALE)), [ANSWERED]),
     "gzip, cut short": (send(http(gzip.compress(STALE)[:-12], headers=["Content-Encoding: gzip"])),
                         [DOWN]),
@@ -139,11 +141,11 @@ SICKNESSES = {
         'WWW-Authenticate: Basic realm="x"'])), [ANSWERED]),
     "16 MiB in one text": (filled(b'"', b"a", b'"'), [ANSWERED]),
     "16 MiB of spaces": (filled(b"", b" ", b"0"), [ANSWERED]),
-    "16 MiB of numbers": (filled(b"[", b"1,", b"1]"), [DOWN, ANSWERED]),
-    "16 MiB of members": (filled(b'{', b'"":1,', b'"":1}'), [DOWN, ANSWERED]),
-    "16 MiB of arrays": (filled(b"[", b"[1],", b"1]"), [DOWN, ANSWERED]),
-    "16 MiB of objects": (filled(b"[", b'{"":1},', b"1]"), [DOWN, ANSWERED]),
-    "16 MiB of towers": (filled(b"[", TOWER, b"1]"), [DOWN, ANSWERED]),
+    "16 MiB of numbers": (filled(b"[", b"1,", b"1]"), [DOWN]),
+    "16 MiB of members": (filled(b'{', b'"":1,', b'"":1}'), [DOWN]),
+    "16 MiB of arrays": (filled(b"[", b"[1],", b"1]"), [DOWN]),
+    "16 MiB of objects": (filled(b"[", b'{"":1},', b"1]"), [DOWN]),
+    "16 MiB of towers": (filled(b"[", TOWER, b"1]"), [DOWN]),
     "as much as is parsed, of numbers": (filled(b"[", b"1," * 3_000_000, b"1]", b" "), [ANSWERED]),
     "as much as is parsed, of members": (filled(b"{", b'"":1,' * 3_000_000, b'"":1}', b" "),
                                          [ANSWERED]),
@@ -159,8 +161,8 @@ SICKNESSES = {
     "NULs around": (send(http(b"\0\0" + STALE + b"\0")), [DOWN]),
     "duplicate keys": (send(http(b'{"state": "stale", "state": "stale", "site": 1, "site": ""}')),
                        [ANSWERED]),
-    "an enormous number": (send(http(object_with(b"9" * 100_000))), [DOWN, ANSWERED]),
-    "an enormous exponent": (send(http(object_with(b"-1e999999999"))), [DOWN, ANSWERED]),
+    "an enormous number": (send(http(object_with(b"9" * 100_000))), [DOWN]),
+    "an enormous exponent": (send(http(object_with(b"-1e999999999"))), [DOWN]),
     "a heartbeat at the end of time": (send(http(
         b'{"state": "stale", "last_heartbeat": "9999-12-31T23:59:59Z"}')), [("stale", "just now")]),
 }
@@ -301,7 +303,7 @@ def test_running_out_of_memory_for_an_answer_is_no_answer(application, service, 
     application.start(wrapper=["prlimit", f"--as={size + more * MIB}"])
     wait_for("the outcome of the poll", lambda: application.item().menu, 60)
     shown = application.titles()
-    assert shown in (titles(DOWN), titles(ANSWERED))
+    assert shown in map(titles, EITHER)
     print(f"\n{name}, {more} MiB: {shown[0]}")
     assert application.said() == ""
 
