@@ -4,6 +4,12 @@ import pathlib
 import re
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+FOLDERS = [path.name for path in ROOT.iterdir()
+           if path.is_dir() and path.name != "build" and path.name[0] not in "._"]
+DOCUMENTS = sorted(path for path in (
+    each.relative_to(ROOT).as_posix()
+    for pattern in ("*.md", *(f"{folder}/**/*.md" for folder in FOLDERS))
+    for each in ROOT.glob(pattern)) if "/." not in path)
 
 
 def read(path):

@@ -85,17 +85,3 @@ def test_application_and_system_are_those_of_the_bundle():
 def test_the_changes_begin_with_the_version_that_is_built():
     [version] = found("CMakeLists.txt", r"project\(VelmorPellix VERSION ([\d.]+)")
     assert found("CHANGELOG.md", r"\n## ([\d.]+)")[0] == version
-
-
-def anchors_of(name):
-    text = (ROOT / "docs" / name).read_text(encoding="utf-8")
-    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
-            for heading in re.findall(r"^#+ (.+)$", text, re.MULTILINE)}
-
-
-def test_every_link_leads_somewhere():
-    for name in ("deployment.md", "mdm.md", "security.md", "service-contract.md"):
-        for target in re.findall(r"\]\(([^)]+)\)", (ROOT / "docs" / name).read_text(encoding="utf-8")):
-            file, _, anchor = target.partition("#")
-            assert not file or (ROOT / "docs" / file).exists(), target
-            assert not anchor or anchor in anchors_of(file or name), target

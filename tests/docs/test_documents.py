@@ -2,7 +2,9 @@
 
 import re
 
-from sources import ROOT, read
+import pytest
+
+from sources import DOCUMENTS, ROOT, read
 
 
 def folders_named(text):
@@ -37,8 +39,34 @@ def test_every_quoted_text_with_an_ellipsis_is_shown():
     assert [each for each in sorted(quoted) if each[1] not in shown] == []
 
 
-def test_every_path_that_a_guide_names_is_there():
-    for path in ("README.md", "CONTRIBUTING.md", "docs/architecture.md", "docs/testing.md"):
-        for name in re.findall(r"`((?:app|client|cmake|docs|identity|install|model|packaging|platform"
-                               r"|resources|script|standin|tests)/[\w./-]+)", read(path)):
-            assert (ROOT / name).exists(), f"{path}: {name}"
+def paths_named(document):
+    """Those of the tree: seen from its root, or from the document."""
+    return re.findall(r"`(?!build/|\./)([\w.-]+/[\w./-]+)", read(document))
+
+
+@pytest.mark.parametrize("document", DOCUMENTS)
+def test_every_path_that_a_document_names_is_there(document):
+    assert [name for name in paths_named(document)
+            if not (ROOT / name).exists() and not (ROOT / document).parent.joinpath(name).exists()] == []
+
+
+def anchors_of(path):
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+            for heading in re.findall(r"^#+ (.+)$", path.read_text(encoding="utf-8"), re.MULTILINE)}
+
+
+def leads_somewhere(document, target):
+    name, _, anchor = target.partition("#")
+    path = (ROOT / document).parent / name if name else ROOT / document
+    return path.exists() and (not anchor or anchor in anchors_of(path))
+
+
+@pytest.mark.parametrize("document", DOCUMENTS)
+def test_every_link_leads_somewhere(document):
+    assert [target for target in re.findall(r"\]\(([^)]+)\)", read(document))
+            if not leads_somewhere(document, target)] == []
+
+
+def test_paths_and_links_are_found():
+    assert {"kit/session.py", "model/Status.h"} <= set(paths_named("CONTRIBUTING.md"))
+    assert not leads_somewhere("README.md", "docs/mdm.md#nothing-of-the-kind")
