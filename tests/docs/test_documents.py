@@ -4,7 +4,11 @@ import re
 
 import pytest
 
-from sources import DOCUMENTS, ROOT, read
+from sources import DOCUMENTS, FOLDERS, ROOT, read
+
+
+def test_every_folder_is_described():
+    assert set(re.findall(r"^\| `(\w+)/` \|", read("docs/architecture.md"), re.MULTILINE)) == set(FOLDERS)
 
 
 def folders_named(text):
