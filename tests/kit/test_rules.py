@@ -28,7 +28,6 @@ WITHOUT_FIRST_THREAD = """
     import ctypes
     right_run = run
     def run():
-        signal.signal = lambda *_: None  # SIGTERM stays the system's, as its handler has no thread
         threading.Thread(target=lambda: os._exit(right_run())).start()
         ctypes.CDLL(None).pthread_exit(None)
     """
@@ -362,6 +361,7 @@ hanging("taken-port", "shares it", """
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
     """)
 hanging("stop", "waits for its clients", """
+    import signal
     clients = set()
     right = serve
     def serve(connection):
@@ -375,7 +375,6 @@ hanging("stop", "waits for its clients", """
     def listen():
         listener = right_listen()
         signal.signal(signal.SIGTERM, end)
-        signal.signal = lambda *_: None
         return listener
     """)
 breaking("restart", "no address reuse", "def set_options(listener): pass")
@@ -389,10 +388,16 @@ breaking("managed-anew", "remembered", """
         with open(name, encoding="utf-8") as file: return file.read()
     """)
 hanging("stop-early", "deaf at first", """
+    import signal
     import time
     if sys.argv[1] == "run": signal.signal(signal.SIGTERM, signal.SIG_IGN)
     def prepare():
         time.sleep(1)
+    right = listen
+    def listen():
+        listener = right()
+        signal.signal(signal.SIGTERM, signal.SIG_DFL)
+        return listener
     """)
 breaking("quiet", "an access log", """
     right = respond
