@@ -266,14 +266,17 @@ class Session:
         self.answer()
         return self.service()
 
-    def answer_now(self):
-        """A new answer of the service that runs now; it must be like the first."""
+    def answer_now(self, connection=None):
+        """A new answer of the service that runs now: it must be like the first, or have a state."""
         try:
-            answer = self.ask("/status.json")
+            answer = self.ask("/status.json", connection)
         except (exchange.Late, exchange.Broken) as problem:
             raise NotSo(str(problem)) from None
         if answer.code not in (200, self.answer().code):
-            raise NotSo(f"status {answer.code}")
+            try:
+                contract.check_state(contract.json_object(answer.body))
+            except NotSo:
+                raise NotSo(f"status {answer.code}") from None
         return answer
 
     def status_now(self):

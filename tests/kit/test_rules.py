@@ -64,6 +64,18 @@ OTHERWISE = {
                 return http(503, status_headers(), b'{"state": "unknown"}')
             return right()
         """,
+    "knows little after a restart": """
+        import time
+        NAME = os.path.join(FOLDER, "starts")
+        begin = time.monotonic()
+        right = answer_status
+        def prepare():
+            with open(NAME, "a") as file: file.write(".")
+        def answer_status():
+            if os.path.getsize(NAME) > 1 and time.monotonic() < begin + 1:
+                return http(503, status_headers(), b'{"state": "unknown"}')
+            return right()
+        """,
     "never knows": """
         right = status
         def status(): return right() | {"state": "unknown"}
