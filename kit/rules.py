@@ -441,13 +441,15 @@ def _(session):
     session.answering_service()
     seen = []
 
-    def ask():
+    def ask(connection):
         try:
-            seen.append(session.answer_now() and None)
+            with connection:
+                seen.append(session.answer_now(connection) and None)
         except NotSo as problem:
             seen.append(str(problem))
 
-    clients = [threading.Thread(target=ask, daemon=True) for _ in range(CROWD)]
+    clients = [threading.Thread(target=ask, args=[session.open()], daemon=True)
+               for _ in range(CROWD)]
     for client in clients:
         client.start()
     for client in clients:
