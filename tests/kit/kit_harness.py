@@ -53,6 +53,8 @@ class Report:
         self.error = result.stderr
         self.content = json.loads(result.stdout)
         self.rules = {rule["rule"]: rule for rule in self.content["rules"]}
+        for name in self.named("failed"):
+            print(f"{name}: {self.seen(name)}")  # for whom a test fails
 
     def named(self, outcome):
         return [name for name, rule in self.rules.items() if rule["result"] == outcome]
