@@ -6,6 +6,7 @@ import pathlib
 import pwd
 import random
 import shutil
+import socket
 import sys
 import tempfile
 import time
@@ -26,6 +27,7 @@ WHOLE_SECONDS = 120
 
 SUPPORT = pathlib.PurePath("Library", "Application Support", "VelmorPellix")
 NAME = "velmor-guard"
+CLAIM = 10000  # added to a port's number
 SITES = ("https://one.site.example", "https://another.site.example")
 
 
@@ -44,6 +46,7 @@ class Session:
         self.started = []
         self.running = None  # the process that serves, with its port
         self.port = None
+        self.claim = None  # what keeps other checks off the port
         self.broken = None  # the rule without which the service cannot be asked
         self.has_listened = False
         self.deaths = []  # ends of the service that nobody wanted
@@ -70,6 +73,7 @@ class Session:
             remove(self.folder)
         except OSError as problem:
             print(f"Something is left: {problem}", file=sys.stderr)
+        self.release_port()
 
     # The installation ------------------------------------------------------------
 
@@ -145,7 +149,10 @@ class Session:
 
     def start(self, port=None):
         """Starts the service and waits until it listens. Returns it once it does."""
-        self.port = port or free_port()
+        if port is None:
+            self.release_port()
+            port, self.claim = free_port()
+        self.port = port
         self.running = process = self.run(self.port)
         deadline = process.started + self.limit(LISTEN_SECONDS)
         ended = None
@@ -196,6 +203,11 @@ class Session:
             with contextlib.suppress(NotSo):  # what is left is told in the end
                 kill_all_for(self.home)
         self.running = None
+
+    def release_port(self):
+        if self.claim:
+            self.claim.close()
+        self.claim = None
 
     def close_connections(self):
         while self.left_open:
@@ -330,13 +342,15 @@ def empty(folder):
 
 
 def free_port():
-    """One that stays free: the system gives it to nobody who asks for just any, and checks that run
-    at the same time first look elsewhere."""
-    first = 10000 + os.getpid() % 500 * 20
-    own = range(first, first + 20)
-    for port in [*random.sample(own, 20), *random.sample(range(10000, 20000), 5000)]:
-        if listening.is_free(port):
-            return port
+    """One that stays free: the system gives it to nobody who asks for just any, nor do other checks
+    take it. Also the claim to it: while this is open, no other check looks whether it is free."""
+    for port in random.sample(range(10000, 20000), 5000):
+        claim = socket.socket(type=socket.SOCK_DGRAM)
+        with contextlib.suppress(OSError):
+            claim.bind(("127.0.0.1", port + CLAIM))
+            if listening.is_free(port):
+                return port, claim
+        claim.close()
     raise NotSo("no port is free")
 
 

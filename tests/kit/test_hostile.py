@@ -1,6 +1,7 @@
 """script/check-service, and services that mean harm: a verdict each time, and soon."""
 
 import os
+import random
 import subprocess
 import threading
 import time
@@ -160,6 +161,19 @@ def test_what_cannot_be_removed_is_told(tmp_path, monkeypatch):
     monkeypatch.setattr(os, "rmdir", refuse)
     with pytest.raises(PermissionError):
         session.remove(tmp_path / "removed")
+
+
+def test_a_port_of_one_check_is_no_port_of_another(monkeypatch):
+    """Though nobody listens on it at the moment, and both try ports in the same order."""
+    monkeypatch.setattr(random, "sample", lambda population, count: list(population)[:count])
+    port, claim = session.free_port()
+    another, another_claim = session.free_port()
+    another_claim.close()
+    assert another != port
+    claim.close()
+    again, claim = session.free_port()
+    claim.close()
+    assert again == port
 
 
 def test_a_service_that_ends_at_once_keeps_nobody_waiting(make):
