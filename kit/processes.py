@@ -71,9 +71,10 @@ class Process:
         self.popen.terminate()
 
     def kill(self):
-        if self.status() is None:  # else its group may be somebody else's by now
-            with contextlib.suppress(ProcessLookupError, PermissionError):
-                os.killpg(self.popen.pid, signal.SIGKILL)
+        if self.status() is not None:
+            return  # its group may be somebody else's by now
+        with contextlib.suppress(ProcessLookupError, PermissionError):
+            os.killpg(self.popen.pid, signal.SIGKILL)
         self.wait(5)
 
     def printed(self):
