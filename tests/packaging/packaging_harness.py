@@ -1,8 +1,10 @@
 """What the packaging tests run the scripts with."""
 
+import contextlib
 import os
 import pathlib
 import subprocess
+import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 TOOL = pathlib.Path(__file__).resolve().parent / "mac_tool"
@@ -41,17 +43,30 @@ class Mac:
     def lock(self, *paths):
         (self.folder / "locked").write_text("".join(f"{path}\n" for path in paths))
 
-    def run(self, script, *arguments, uid, home="ann", variables=None, command=None):
-        environment = os.environ | {
+    def environment(self, uid, home="ann", **variables):
+        inherited = {name: value for name, value in os.environ.items() if not name.startswith("SUDO_")}
+        return inherited | {
             "HOME": str(self.home(home)), "MAC": str(self.folder), "MAC_UID": str(uid),
-            "PELLIX_TOOLS": str(self.tools), "PELLIX_ROOT": str(self.disk)
-        } | (variables or {})
-        environment = {name: value for name, value in environment.items()
-                       if not name.startswith("SUDO_") or name in (variables or {})}
+            "PELLIX_TOOLS": str(self.tools), "PELLIX_ROOT": str(self.disk)} | variables
+
+    def run(self, script, *arguments, uid, home="ann", variables=None, command=None):
         command = command or ["/bin/bash", ROOT / script, *map(str, arguments)]
-        return subprocess.run(command, env=environment,
+        return subprocess.run(command, env=self.environment(uid, home, **(variables or {})),
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+
+    def left_running(self):
+        """The command lines of what of the fake Mac still runs on this one, if it does not end soon."""
+        for _ in range(100):
+            found = []
+            for process in pathlib.Path("/proc").glob("[0-9]*"):
+                with contextlib.suppress(OSError):  # it has just ended
+                    if f"MAC={self.folder}\0".encode() in (process / "environ").read_bytes():
+                        found.append((process / "cmdline").read_bytes())
+            if not found:
+                break
+            time.sleep(0.05)
+        return found
 
     def calls(self, *names):
         """The calls of those commands, or of all: user ID, name, arguments."""

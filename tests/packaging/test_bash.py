@@ -1,4 +1,4 @@
-"""What runs on managed Macs keeps to what a bare macOS has: Bash 3.2, and BSD's tools."""
+"""What runs on Macs keeps to what a bare macOS has: Bash 3.2, and BSD's tools."""
 
 import re
 
@@ -17,7 +17,7 @@ NEWER = {
     "|&, &>>": r"\|&|&>>",
     "case fall-through": r";;?&",
     "read -i, -N": r"\bread\b[^|;]*\s-\w*[iN]\b",
-    "fractions of seconds for read -t": r"\bread\b[^|;]*\s-t\s*\d*\.\d",
+    "read -t, which in Bash 3 leaves its variables unset when the time is over": r"\bread\b[^|;]*\s-\w*t\b",
     "printf to an array, or the time": r"printf\s+-v\s*\w+\[|%\([^)]*\)T",
     "test -v": r"\[\[?\s+(!\s+)?-[vR]\s",
     "automatic descriptors": r"\{\w+\}[<>]",
@@ -27,7 +27,7 @@ NEWER = {
     "ranges with steps or zeros": r"\{\w+\.\.\w+\.\.\w+\}|\{0\d+\.\.",
     "unicode escapes": r"\$'[^']*\\[uU][0-9a-fA-F]",
     "arrays that may be empty, under set -u": r'(?<!\+)"\$\{(?!#)\w+\[[@*]\]\}"',
-    "a here-document within $( ), whose quotes Bash 3 counts": r"\$\([^)]*<<",
+    "a here-document within $( ), whose quotes Bash 3 counts": r"\$\([^)]*(?<!<)<<(?!<)",
     "GNU's stat": r"\bstat\s+(-c|--)", "GNU's sed": r"\bsed\s+(-r|-i\s|--|-z)|\bsed\b.*\\[+?|]",
     "GNU's date": r"\bdate\s+(-d|--|-I)", "GNU's readlink": r"\breadlink\s+-[em]|\brealpath\b",
     "GNU's find": r"\bfind\b.*-(printf|regextype|quit)", "GNU's grep": r"\bgrep\s+(-\w*P|--)",
@@ -36,11 +36,11 @@ NEWER = {
     "what is not there": r"(?:^|[|;&(]\s*|\$\()\s*(timeout|python3?|jq|gawk|tac|nproc|setsid|flock|seq -w|"
                          r"sha256sum|md5sum|ss|ip|getent|numfmt|shuf)\s",
 }
-# Arrays that never are empty: set with content where they are made.
-FILLED = {"files", "parts"}
+# Arrays that never are empty where they are expanded: set with content, or asked for it before.
+FILLED = {"architectures", "copy", "files", "held", "notary", "parts", "profile", "sign"}
 SAMPLES = """
 ${x,,} ${x^} ${x[0]^^}|${x@Q}|${x[-1]}|${x:0:-1}|mapfile -t x|declare -A x|local -n x|a \\|& b|a &>>b|;;&
-read -N 1 x|read -t 0.5 x|printf -v x[1] %s 1|printf '%(%s)T'|[[ -v x ]]|exec {fd}>x|shopt -s globstar
+read -N 1 x|read -t 5 x|read -rt 0.5 x|printf -v x[1] %s 1|printf '%(%s)T'|[[ -v x ]]|exec {fd}>x|shopt -s globstar
 $EPOCHSECONDS|wait -n|{1..9..2}|$'\\u00e9'|for y in "${list[@]}"; do|stat -c %u x|sed -r s/a/b/|sed 's/a\\+/b/'
 x=$(cat <<END|date -d now|readlink -e x|find . -printf x|grep -P x|xargs -r y|base64 -w0|timeout 5 x|x=$(jq .a)
 """
@@ -51,14 +51,20 @@ def findings(text):
         code = re.sub(r"(^|\s)#.*", "", line)
         for name, pattern in NEWER.items():
             found = re.search(pattern, code)
-            if found and not any(f"{{{array}[@]}}" in found[0] for array in FILLED):
+            if found and not is_filled(found[0], line):
                 yield f"{number}: {name}: {line.strip()}"
 
 
+def is_filled(expansion, line):
+    array = re.fullmatch(r'"\$\{(\w+)\[[@*]\]\}"', expansion)
+    return array and (array[1] in FILLED or f"${{#{array[1]}[@]}} -gt 0" in line)
+
+
 def scripts():
-    folder = ROOT / "packaging/macos"
-    return [path for path in sorted(folder.rglob("*"))
-            if path.is_file() and re.match(rb"#!/bin/(ba)?sh\n", path.read_bytes())]
+    """Those for managed Macs, and those that a Mac builds and checks with."""
+    found = [path for path in sorted((ROOT / "packaging/macos").rglob("*"))
+             if path.is_file() and re.match(rb"#!/bin/(ba)?sh\n", path.read_bytes())]
+    return found + [ROOT / "script" / name for name in ("build", "check-macos", "check-package", "package")]
 
 
 @pytest.mark.parametrize("script", scripts(), ids=lambda path: path.name)
@@ -78,4 +84,4 @@ def test_what_is_newer_is_found(sample):
 
 def test_arrays_that_are_named_as_filled_are():
     for name in FILLED:
-        assert any(re.search(rf"\b{name}=\(\s*\S", each.read_text()) for each in scripts())
+        assert any(re.search(rf"\b{name}\+?=\(\s*[^\s)]", each.read_text()) for each in scripts())

@@ -1,7 +1,10 @@
 """packaging/macos/doctor diagnoses what can be wrong with an installation, and changes nothing."""
 
 import json
+import os
+import pty
 import re
+import signal
 import subprocess
 import tarfile
 import time
@@ -371,6 +374,57 @@ def test_a_service_that_hangs_and_does_not_listen_to_signals_is_left_behind(pati
     state = subprocess.run(["ps", "-o", "state=", "-p", pid.read_text().strip()], text=True, check=False,
                            stdout=subprocess.PIPE).stdout
     assert state.strip() in ("", "Z")
+
+
+def test_what_a_service_leaves_behind_is_not_waited_for_and_writes_into_no_other_answer(patient, tmp_path):
+    pid = tmp_path / "pid"
+    patient.executable(patient.guard, f"""#!/bin/sh
+        echo '{{"device_id": "GEN-1"}}'
+        (until grep -q id.json "$MAC/calls"; do /bin/sleep 0.001; done # is the next question
+         while :; do printf forged; /bin/sleep 0.001; done) &
+        echo $! >{pid}
+        """)
+    try:
+        started = time.monotonic()
+        report = patient.report(uid=501)
+        assert time.monotonic() - started < 30
+        assert report["device_id"]["printed"] == "GEN-1"
+    finally:
+        os.kill(int(pid.read_text()), signal.SIGKILL)
+
+
+def test_whoever_ends_it_ends_what_it_was_asking(patient, tmp_path):
+    (patient.mac.folder / "hang").mkdir()
+    (patient.mac.folder / "hang/codesign").touch()
+    (tmp_path / "temporary").mkdir()
+    with subprocess.Popen(["/bin/bash", ROOT / patient.doctor, "--line"], stdout=subprocess.PIPE, text=True,
+                          env=patient.mac.environment(501, TMPDIR=str(tmp_path / "temporary"))) as doctor:
+        while not patient.mac.calls("codesign"):
+            time.sleep(0.05)
+        doctor.terminate()
+        assert doctor.communicate(timeout=10)[0] == "" and doctor.returncode == 1  # nobody has the pipe
+    assert not list((tmp_path / "temporary").iterdir())
+    assert not patient.mac.left_running()
+
+
+@pytest.mark.parametrize("hangs", [False, True])
+def test_in_the_background_of_a_terminal_it_neither_stops_nor_takes_the_terminal(patient, hangs):
+    if hangs:
+        (patient.mac.folder / "hang").mkdir()
+        (patient.mac.folder / "hang/lsof").touch()
+        hurry(patient, 10, 1)
+    shell, terminal = pty.fork()
+    if shell == 0:  # the session's leader, whose terminal it is
+        with open(patient.mac.folder / "report", "w", encoding="utf-8") as report:
+            with subprocess.Popen(["/bin/bash", ROOT / patient.doctor, "--line"], stdout=report, stderr=report,
+                                  env=patient.mac.environment(501), preexec_fn=os.setpgrp) as doctor:
+                status = os.waitpid(doctor.pid, os.WUNTRACED)[1]
+                os._exit(os.WIFSTOPPED(status) or os.tcgetpgrp(0) != os.getpgrp())
+    status = os.waitpid(shell, 0)[1]
+    os.close(terminal)
+    assert status == 0
+    assert (patient.mac.folder / "report").read_text() == (
+        "not-examined 1.0.0 authorized\n" if hangs else "healthy 1.0.0 authorized\n")
 
 
 def test_nothing_is_left_in_the_temporary_folder(patient, tmp_path):
