@@ -481,8 +481,23 @@ def test_what_makes_no_sense_is_refused(patient, arguments):
 def test_somebody_has_to_be_at_the_screen_or_named(patient, owner):
     patient.mac.at_the_screen(owner)
     result = patient.examine()
-    assert result.returncode == 2 and "Nobody is logged in" in result.stderr
+    assert (result.returncode, result.stdout) == (2, "") and "Nobody is logged in" in result.stderr
     assert patient.examine("--user", "ann", "--line").stdout == "healthy 1.0.0 authorized\n"
+
+
+@pytest.mark.parametrize("arguments", [[], ["/", "Mac", "", ""], ["/", "Mac", "loginwindow"]], ids=str)
+def test_an_inventory_is_told_that_nobody_is_at_the_screen(patient, arguments):
+    patient.mac.at_the_screen("root")
+    result = patient.examine(*arguments, "--line")
+    assert (result.returncode, result.stdout, result.stderr) == (2, "nobody-logged-in - -\n", "")
+
+
+def test_an_inventory_is_told_that_nothing_could_be_examined(patient):
+    patient.mac.home("bob").rmdir()
+    result = patient.examine("--user", "bob", "--line")
+    assert (result.returncode, result.stdout, result.stderr) == (1, "not-examined - -\n", "")
+    result = patient.examine("--line", uid=501, variables={"TMPDIR": "/nowhere"})
+    assert (result.returncode, result.stdout) == (1, "not-examined - -\n")
 
 
 def test_a_user_examines_the_own_installation_only(patient):
