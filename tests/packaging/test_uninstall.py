@@ -16,7 +16,7 @@ SERVICE, MENUBAR = "com.velmor.pellix", "com.velmor.pellix.menubar"
 DOMAIN = "com.velmor.pellix.app"
 PACKAGE = "com.velmor.pellix.pkg"
 READING = {"defaults read", "dscl .", "id -u", "id -un", "launchctl print", "launchctl asuser",
-           "pgrep -f", "pkgutil --pkg-info", "stat -f", "sudo -H"}
+           "pgrep -x", "pkgutil --pkg-info", "stat -f", "sudo -H"}
 
 
 def launchctl(home, *arguments):
@@ -119,7 +119,7 @@ def test_everything_is_removed_and_named(mac, install, uninstall):
     library = installation.home / "Library"
     assert [line for line in lines if line != "For ann:"] == [
         f"Removed {installation.first_login}",
-        f"Quit {installation.application}",
+        "Quit Velmor Pellix",
         f"Stopped {MENUBAR}",
         f"Stopped {SERVICE}",
         f"Removed the settings {DOMAIN}",
@@ -140,7 +140,7 @@ def test_nothing_else_is_touched(mac, install, uninstall):
     installation = install("ann")
     other = mac.folder / "disk/Applications/Other.app"
     other.mkdir()
-    mac.start(501, other)
+    mac.start_process(501, other / "Contents/MacOS/Other")
     assert uninstall().returncode == 0
     assert all(path.read_text() == "kept" for path in installation.neighbours)
     assert other.exists() and len(mac.processes()) == 1
@@ -342,6 +342,39 @@ def test_all_users_are_those_whose_home_holds_a_part_wherever_it_is(mac, install
     assert not installations[0].application.exists()
 
 
+@pytest.mark.parametrize("how", ["fails", "says nothing"])
+def test_all_users_are_not_removed_when_nobody_can_tell_who_they_are(mac, install, how):
+    install("nobody-home", loads=False)
+    if how == "fails":
+        mac.refuse("dscl")
+    else:
+        (mac.tools / "dscl").unlink()
+        (mac.tools / "dscl").symlink_to("/bin/true")
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, "--all-users", uid=0)
+    assert (result.returncode, result.stdout) == (2, "") and "Nothing was removed." in result.stderr
+    assert_nothing_is_touched(mac, before)
+
+
+def test_a_named_user_is_removed_though_nobody_can_tell_who_else_has_a_part(mac, install):
+    installation = install("ann", loads=False)
+    mac.refuse("dscl")
+    result = mac.run(UNINSTALL, "ann", uid=0)
+    assert result.returncode == 0 and "Whether others have a part is not known" in result.stderr
+    assert installation.left() == [] and "Left" not in result.stdout
+
+
+def test_a_copy_that_runs_from_elsewhere_does_not_go_on_without_its_service(mac, install, uninstall):
+    installation = install("ann", loads=False)
+    for copy in (mac.disk / "Volumes/Velmor Pellix/Velmor Pellix.app",
+                 installation.home / "Downloads/Velmor Pellix 2.app"):
+        mac.start(501, copy)
+    mac.start(502, "/Users/bob/Velmor Pellix.app")  # which is another user's
+    result = uninstall()
+    assert (result.returncode, result.stderr) == (0, "") and "Quit Velmor Pellix" in result.stdout
+    assert [line.partition("/")[0] for line in mac.processes()] == ["502 "]
+
+
 def test_all_users_are_also_those_with_a_small_part(mac):
     left = mac.home("zoe") / f"Library/Caches/{DOMAIN}"
     left.mkdir(parents=True)
@@ -358,9 +391,11 @@ def test_the_part_of_an_account_of_the_system_is_not_one(mac):
 
 def test_whose_part_remains_is_said(mac, install):
     install("ann", loads=False), install("bob", loads=False)
+    shown = mac.run(UNINSTALL, "ann", "--dry-run", uid=0)
     result = mac.run(UNINSTALL, "ann", uid=0)
-    assert result.returncode == 0
-    assert "Left: the part of bob. --all-users removes it too." in result.stdout
+    assert shown.returncode == result.returncode == 0
+    assert "Would be left: the part of bob. --all-users removes it too.\n" in shown.stdout
+    assert "Left: the part of bob. --all-users removes it too.\n" in result.stdout
 
 
 @pytest.mark.parametrize("user", ["ann", "bob"])
@@ -391,7 +426,7 @@ def test_an_application_that_does_not_quit_is_killed_before_anything_is_removed(
     mac.refuse("to-quit")
     result = uninstall()
     assert (result.returncode, result.stderr) == (0, "") and not mac.processes()
-    assert f"Quit {installation.application}" in result.stdout
+    assert "Quit Velmor Pellix" in result.stdout
     after = [call[1] for call in mac.calls()][[call[1] for call in mac.calls()].index("pkill"):]
     assert "defaults" in after and "rm" in after
 
@@ -468,7 +503,28 @@ def test_a_user_who_may_not_remove_the_launch_agent_is_told(mac, install):
     mac.lock(installation.first_login.parent)
     result = mac.run(UNINSTALL, uid=501)
     assert result.returncode == 1 and "run this again with sudo" in result.stderr
+    assert "at the next login" in result.stderr
     assert installation.left() == [] and installation.application.exists()
+
+
+@pytest.mark.parametrize("path", ["disk/Library/LaunchAgents", "disk/Applications", "disk/Users/ann/Library/LaunchAgents",
+                                  "disk/Users/ann/Library/Application Support/VelmorPellix",
+                                  "disk/Applications/Velmor Pellix.app"])
+def test_a_dry_run_does_not_promise_what_the_caller_may_not_do(mac, install, path):
+    install("ann", loads=False)
+    command = ["/bin/bash", ROOT / UNINSTALL, "--dry-run"]
+    if os.geteuid() == 0:  # who may do everything but with this
+        command = ["setpriv", "--bounding-set=-dac_override,-dac_read_search", *command]
+    (mac.folder / path).chmod(0o555)
+    before = everything_on(mac)
+    result = mac.run(UNINSTALL, uid=501, command=command)
+    (mac.folder / path).chmod(0o755)
+    assert result.returncode == 1
+    assert "The application would remain" in result.stderr or "run this again with sudo" in result.stderr
+    assert f"Would remove {mac.folder / path}/" not in result.stdout
+    assert f"Would remove {mac.folder / path}\n" not in result.stdout
+    assert result.stdout.endswith("This was a dry run: nothing was removed.\n")
+    assert_nothing_is_touched(mac, before)
 
 
 @pytest.mark.parametrize("tool", ["pkgutil", "defaults"])
@@ -476,6 +532,15 @@ def test_a_tool_that_knows_nothing_is_no_failure(mac, install, uninstall, tool):
     install("ann")
     mac.refuse(tool)
     assert uninstall().returncode == 0
+
+
+def function(name, path):
+    return re.search(rf"^{name}\(\) \{{.*?^\}}$", (ROOT / path).read_text(), re.MULTILINE | re.DOTALL)[0]
+
+
+def test_what_uninstall_and_doctor_have_both_is_the_same():
+    for name in ("is_a_person", "user_at_the_screen"):
+        assert function(name, UNINSTALL) == function(name, "packaging/macos/doctor")
 
 
 def test_names_are_those_of_the_sources():
@@ -487,6 +552,8 @@ def test_names_are_those_of_the_sources():
         assert f"local {variable}={label}\n" in script
     assert f"local defaults_domain={info['CFBundleIdentifier']}\n" in script
     assert f"/Applications/{info['CFBundleName']}.app\"" in script
+    for path in (UNINSTALL, "packaging/macos/doctor", "script/check-package"):
+        assert f'\nexecutable="{info["CFBundleExecutable"]}"\n' in (ROOT / path).read_text(), path
     folder = re.search(r'"(\w+)/"', (ROOT / "install/Paths.cpp").read_text())[1]
     assert f"/Application Support/{folder}\"\n" in script
     assert f"local bundle={info['CFBundleIdentifier']}\n" in script
