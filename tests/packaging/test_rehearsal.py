@@ -15,15 +15,13 @@ import pytest
 from packaging_harness import ROOT, TOOL
 
 HERE = pathlib.Path(__file__).resolve().parent
-REAL = ("cc", "installer", "launchctl", "open", "pgrep", "pkill", "ps", "sudo", "uname")
+REAL = ("cc", "curl", "installer", "launchctl", "lsof", "open", "pgrep", "pkill", "ps", "stat", "sudo", "uname")
 LAUNCHCTL = ROOT / "standin/launchctl"
 PACKAGE = """#!/bin/bash
 echo "script/package $*, signed by ${PELLIX_APPLICATION_IDENTITY:-nobody}"
 rm -rf build/package && mkdir -p build/package && cd build/package || exit
 echo package >VelmorPellix-1.0.0.pkg
-cp ../../packaging/macos/uninstall .
-printf '#!/bin/bash\\necho examined\\nexit 7\\n' >doctor
-chmod +x doctor
+cp ../../packaging/macos/{uninstall,doctor} .
 shasum -a 256 doctor uninstall VelmorPellix-1.0.0.pkg >SHA256SUMS
 """
 
@@ -140,7 +138,7 @@ class Rehearsal:
             (mac.tools / name).symlink_to(HERE / "rehearsal_tool")
         (mac.tools / "sleep").unlink()
         (mac.folder / "played").mkdir()
-        for name in ("launchctl", "sudo"):
+        for name in ("launchctl", "stat", "sudo"):
             (mac.folder / "played" / name).symlink_to(TOOL)
         (self.home / "port").write_text(str(free_port()))
         (self.home / "launchctl").write_text(str(LAUNCHCTL))
@@ -182,27 +180,52 @@ def rehearsal(mac, tmp_path):
 def test_a_rehearsal_installs_runs_installs_again_and_leaves_nothing(rehearsal):
     result = rehearsal.run("-DX=1")
     assert result.returncode == 0, result.stdout + result.stderr
-    assert result.stdout.endswith("the application polled, and nothing is left of it.\n")
+    assert result.stdout.endswith("the doctor found it healthy, and nothing is left of it.\n")
     guard = rehearsal.folder / "build/rehearsal/velmor-guard"
     assert f"script/package -DVELMOR_GUARD={guard} -DX=1, signed by nobody\n" in result.stdout
-    assert "examined\n(exit status 7)\n" in result.stdout
+    assert result.stdout.count("\nHealthy: nothing to do.\n") == 2
     assert rehearsal.left() == []
 
 
 @pytest.mark.parametrize("fault, complaint", [
-    ("registers nothing", "the job com.velmor.pellix"), ("never polls", "a poll")])
+    ("registers nothing", "In vain: the job com.velmor.pellix."), ("never polls", "In vain: a poll."),
+    ("changes a folder", "The package changed a folder of the system.")])
 def test_a_package_that_does_not_work_is_told_and_removed(rehearsal, fault, complaint):
     (rehearsal.home / "fault").write_text(fault)
-    script = rehearsal.folder / "script/check-package"
-    script.write_text(script.read_text().replace("tries < 120", "tries < 20"))
+    change(rehearsal, "script/check-package", "tries < 120", "tries < 20")
     result = rehearsal.run()
-    assert result.returncode == 1 and f"In vain: {complaint}." in result.stderr
+    assert result.returncode == 1 and complaint in result.stderr
+    assert rehearsal.left() == []
+
+
+def change(rehearsal, path, old, new):
+    text = (rehearsal.folder / path).read_text()
+    assert old in text
+    (rehearsal.folder / path).write_text(text.replace(old, new))
+
+
+@pytest.mark.parametrize("old, new, complaint", [
+    ("\nset -u\n", "\nexit 7\n", "does not find it healthy."),
+    ("is_root=no\n[[ $(id -u) -ne 0 ]] ||", "is_root=no\n[[ $(id -u) -ne 0 ]] || exit 8 ||", "healthy as root."),
+    ('"format": 1,', '"format": 1', "The doctor's report is no JSON.")])
+def test_a_doctor_that_is_not_content_or_not_understood_is_told(rehearsal, old, new, complaint):
+    change(rehearsal, "packaging/macos/doctor", old, new)
+    result = rehearsal.run()
+    assert result.returncode == 1 and complaint in result.stderr
+    assert rehearsal.left() == []
+
+
+def test_an_agent_that_does_not_open_the_application_is_told(rehearsal):
+    change(rehearsal, "packaging/macos/LaunchAgents/com.velmor.pellix.first-login.plist",
+           '\nopen "$application"\n', "\n")
+    change(rehearsal, "script/check-package", "tries < 120", "tries < 20")
+    result = rehearsal.run()
+    assert result.returncode == 1 and "In vain: the application, by the package's agent." in result.stderr
     assert rehearsal.left() == []
 
 
 def test_what_uninstall_leaves_is_told(rehearsal):
-    uninstall = rehearsal.folder / "packaging/macos/uninstall"
-    uninstall.write_text(uninstall.read_text().replace("pkgutil --forget", "true"))
+    change(rehearsal, "packaging/macos/uninstall", "pkgutil --forget", "true")
     result = rehearsal.run()
     assert result.returncode == 1
     assert "Left: the receipt com.velmor.pellix.pkg" in result.stderr
