@@ -36,7 +36,7 @@ with open(os.environ["CALLS"], "a") as calls:
                                 "script/build", *sys.argv[1:]], stdout=-1, text=True).stdout)
 site = os.environ.get("CACHED_SITE", "https://intranet.velmor.example")
 for each in sys.argv[1:]:
-    if found := re.match("-?D?VELMOR_SITE_URL(:[A-Z]+)?=(.*)", each, re.DOTALL):
+    if found := re.match("-DVELMOR_SITE_URL(:[A-Z]+)?=(.*)", each, re.DOTALL):
         site = found[2]
 contents = pathlib.Path("build/Velmor Pellix.app/Contents")
 for name in ("MacOS/Velmor Pellix", "Resources/velmor-guard"):
@@ -217,7 +217,7 @@ def test_a_run_does_what_the_dry_run_prints(tree, variables):
     "a b", "$(touch pwned)", "`touch pwned`", "; touch pwned", "'", '"', "\\", "a\nb", "*", "~", "-n", "--help=",
     "é 東京", "&& touch pwned", "%s%n", "!!", "#"])
 def test_what_a_dry_run_prints_can_be_typed_whatever_the_options_hold(tree, text):
-    options = [GUARD, SITE, f"-DX={text}", text]
+    options = [GUARD, SITE, f"-DX={text}"]
     printed = tree.package("--dry-run", *options).stdout
     line = printed.split("== build\n")[1].split("\n== stage")[0]
     typed = subprocess.run(["/bin/bash", "-c", line.replace("script/build", "printf '%s\\0'", 1)],
@@ -337,7 +337,6 @@ def without(variables, *names):
     (("-DVELMOR_GUARD=",), {}),
     (("-DVELMOR_GUARD=", "-DX=1"), {}),
     ((GUARD, "-DVELMOR_GUARD="), {}),
-    (("VELMOR_GUARD=/somewhere",), {}),
     (("-DX=-DVELMOR_GUARD=/somewhere",), {}),
     ((GUARD,), {"PELLIX_INSTALLER_IDENTITY": "i"}),
     ((GUARD,), {"PELLIX_NOTARY_PROFILE": "n"}),
@@ -354,10 +353,24 @@ def test_what_cannot_succeed_is_refused_before_anything_is_built(tree, arguments
     assert result.returncode == 1 and result.stderr and tree.calls() == []
 
 
-@pytest.mark.parametrize("guard", [
-    ("-D", "VELMOR_GUARD=/some where/velmor-guard"), ("-DVELMOR_GUARD:FILEPATH=/some where/velmor-guard",)])
-def test_a_service_may_be_given_in_all_of_cmakes_ways(tree, guard):
-    assert tree.package(*guard, SITE, variables=IDENTITIES).returncode == 0
+@pytest.mark.parametrize("guard", ["-DVELMOR_GUARD=/some where/velmor-guard",
+                                   "-DVELMOR_GUARD:FILEPATH=/some where/velmor-guard"])
+def test_a_service_may_be_given_with_or_without_its_type(tree, guard):
+    assert tree.package(guard, SITE, variables=IDENTITIES).returncode == 0
+
+
+@pytest.mark.parametrize("arguments", [
+    ("-D", "X=1"), ("VELMOR_GUARD=/somewhere",), ("-DX",), ("-D=1",), ("--dryrun",), ("-G", "Ninja"), ("-UX",), ("",)], ids=str)
+def test_what_the_build_refuses_is_refused(tree, arguments):
+    (tree.folder / "script/build").write_bytes((ROOT / "script/build").read_bytes())
+    built = subprocess.run([tree.folder / "script/build", GUARD, *arguments], check=False, text=True,
+                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    assert built.returncode == 2
+    for dry_run in ((), ("--dry-run",)):
+        result = tree.package(*dry_run, GUARD, SITE, *arguments)
+        assert (result.returncode, result.stdout) == (2, "")
+        assert result.stderr == built.stderr.replace("script/build", "script/package")
+    assert tree.calls() == []
 
 
 @pytest.mark.parametrize("site", [
@@ -368,7 +381,7 @@ def test_what_is_for_an_example_is_not_signed(tree, site):
     for dry_run in ((), ("--dry-run",)):
         result = tree.package(*dry_run, GUARD, f"-DVELMOR_SITE_URL={site}", variables=IDENTITIES)
         assert result.returncode == 1 and "must know its site" in result.stderr
-        result = tree.package(*dry_run, GUARD, SITE, "-D", f"VELMOR_SITE_URL:STRING={site}", variables=IDENTITIES)
+        result = tree.package(*dry_run, GUARD, SITE, f"-DVELMOR_SITE_URL:STRING={site}", variables=IDENTITIES)
         assert result.returncode == 1 and "must know its site" in result.stderr
     assert tree.calls() == []
 
