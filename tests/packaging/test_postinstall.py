@@ -1,6 +1,7 @@
 """What the installer package does once its files are in place."""
 
 import plistlib
+import time
 
 import pytest
 
@@ -10,9 +11,10 @@ POSTINSTALL = "packaging/macos/scripts/postinstall"
 APPLICATION = "/Applications/Velmor Pellix.app"
 
 
-def postinstall(mac, volume="/"):
-    result = mac.run(POSTINSTALL, "/Volumes/Downloads/Pellix.pkg", "/Applications", volume, "/", uid=0)
+def postinstall(mac, volume="/", script=POSTINSTALL):
+    result = mac.run(script, "/Volumes/Downloads/Pellix.pkg", "/Applications", volume, "/", uid=0)
     assert (result.returncode, result.stderr) == (0, "")
+    return result.stdout
 
 
 DOCK = "/System/Library/CoreServices/Dock.app/Contents/MacOS/Dock"
@@ -77,6 +79,26 @@ def test_a_refused_opening_is_tried_again_but_does_not_fail_the_installation(mac
     mac.refuse("open")
     postinstall(mac)
     assert len(opened_by(mac)) == 5
+
+
+def test_an_opening_that_hangs_is_left_behind(mac, tmp_path):
+    (mac.folder / "hang").mkdir()
+    (mac.folder / "hang/open").touch()
+    hurried = tmp_path / "postinstall"
+    hurried.write_text((ROOT / POSTINSTALL).read_text().replace("sleep 30", "/bin/sleep 1"))
+    said = postinstall(mac, script=hurried)
+    assert opened_by(mac) == ["501"]
+    assert not mac.left_running()
+    assert said == "The application could not be opened for the user 501 (exit status 137).\n"
+
+
+def test_what_an_opening_leaves_behind_is_not_waited_for(mac):
+    (mac.tools / "open").unlink()
+    (mac.tools / "open").write_text("#!/bin/sh\n/bin/sleep 20 &\n")
+    (mac.tools / "open").chmod(0o755)
+    started = time.monotonic()
+    postinstall(mac)
+    assert time.monotonic() - started < 15
 
 
 def with_first_login(mac):
