@@ -113,6 +113,24 @@ HEALTHY = {
 }
 
 
+@pytest.mark.parametrize("mark, found", [
+    ("0083;65a1b2c3;Safari;", ["application-quarantined"]), ("0081", ["application-quarantined"]),
+    ("", ["application-quarantined"]), ("4;;", ["application-quarantined"]),
+    ("x;a[$(reboot)]", ["application-quarantined"]), ("0480;;", ["application-quarantined"]),
+    ("00c1;65a1b2c3;Safari;", []), ("01C3;65a1b2c3;Firefox;1-2", []), ("0042", []), ("0063;;", [])])
+def test_a_download_that_its_user_has_approved_is_one_no_more(patient, mark, found):
+    marked("application")(patient)
+    patient.note("quarantine", mark)
+    report = patient.report()
+    assert (ids(report), report["application"]["quarantined"]) == (found, bool(found))
+
+
+def test_a_service_that_is_marked_is_so_though_its_user_has_approved_it(patient):
+    marked("service")(patient)
+    patient.note("quarantine", "00c3;65a1b2c3;Safari;")
+    assert ids(patient.report()) == ["quarantined"]
+
+
 @pytest.mark.parametrize("name", HEALTHY)
 def test_what_differs_between_macs_is_no_fault(patient, name):
     HEALTHY[name](patient)
