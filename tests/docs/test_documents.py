@@ -43,6 +43,14 @@ def test_every_quoted_text_with_an_ellipsis_is_shown():
     assert [each for each in sorted(quoted) if each[1] not in shown] == []
 
 
+@pytest.mark.parametrize("document", DOCUMENTS)
+def test_every_row_of_a_table_has_as_many_cells_as_its_head(document):
+    """Further ones are not shown."""
+    for table in re.findall(r"(?:^\|.*\n)+", read(document), re.MULTILINE):
+        head, *rows = [len(re.findall(r"(?<!\\)\|", row)) for row in table.splitlines()]
+        assert [row for row in rows if row != head] == [], table
+
+
 def paths_named(document):
     """Those of the tree: seen from its root, or from the document."""
     return re.findall(r"`(?!build/|\./)([\w.-]+/[\w./-]+)", read(document))
