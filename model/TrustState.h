@@ -11,10 +11,11 @@
 namespace pellix {
 
 // To add a state: its case below, in the product's order, and in allTrustStates; its row in
-// TrustState.cpp, whose tint follows the rule for colours above the table, and, for every tool and
-// test in Python, in tests/desktop/product.py; a drawing of its symbol in resources/symbols. The
-// page of standin/velmor-guard has colours of its own. Each other place that must know the state is
-// named by `/usr/bin/python3 -m pytest tests/docs tests/kit/test_contract.py tests/standin
+// TrustState.cpp, with a symbol that the oldest macOS has and a tint that follows the rule for
+// colours above the table, and, for every tool and test in Python, in tests/desktop/product.py; a
+// drawing of its symbol, unlike every other, in resources/symbols. The page of standin/velmor-guard
+// has colours of its own. Each other place that must know the state is named by
+// `/usr/bin/python3 -m pytest tests/docs tests/kit/test_contract.py tests/standin
 // tests/packaging/test_doctor.py`, and `script/run --pictures` makes its picture.
 
 /// The device's standing with the managing site. Everything that is shown about a state comes from
