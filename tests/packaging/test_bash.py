@@ -25,6 +25,7 @@ NEWER = {
     "variables of newer shells": r"\$\{?(EPOCHSECONDS|EPOCHREALTIME|BASHPID|SRANDOM|BASH_ARGV0|BASH_XTRACEFD)\b",
     "wait -n, -p": r"\bwait\s+-[npf]",
     "ranges with steps or zeros": r"\{\w+\.\.\w+\.\.\w+\}|\{0\d+\.\.",
+    "characters that Bash 3 marks others with": r"\$'[^']*\\(0?01|1|177|x0?1|x7[fF])(?!\d)",
     "unicode escapes": r"\$'[^']*\\[uU][0-9a-fA-F]",
     "arrays that may be empty, under set -u": r'(?<!\+)"\$\{(?!#)\w+\[[@*]\]\}"',
     "a here-document within $( ), whose quotes Bash 3 counts": r"\$\([^)]*(?<!<)<<(?!<)",
@@ -41,7 +42,7 @@ FILLED = {"architectures", "copy", "files", "held", "notary", "parts", "profile"
 SAMPLES = """
 ${x,,} ${x^} ${x[0]^^}|${x@Q}|${x[-1]}|${x:0:-1}|mapfile -t x|declare -A x|local -n x|a \\|& b|a &>>b|;;&
 read -N 1 x|read -t 5 x|read -rt 0.5 x|printf -v x[1] %s 1|printf '%(%s)T'|[[ -v x ]]|exec {fd}>x|shopt -s globstar
-$EPOCHSECONDS|wait -n|{1..9..2}|$'\\u00e9'|for y in "${list[@]}"; do|stat -c %u x|sed -r s/a/b/|sed 's/a\\+/b/'
+$EPOCHSECONDS|x=$'\\001'|x=$'a\\x7f'|wait -n|{1..9..2}|$'\\u00e9'|for y in "${list[@]}"; do|stat -c %u x|sed -r s/a/b/|sed 's/a\\+/b/'
 x=$(cat <<END|date -d now|readlink -e x|find . -printf x|grep -P x|xargs -r y|base64 -w0|timeout 5 x|x=$(jq .a)
 """
 
