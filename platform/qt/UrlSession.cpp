@@ -15,7 +15,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t longestBody = 16U << 20U;
-constexpr qint64 longestUnread = qint64{64} * 1024;  ///< before decoding, and of one reading
+constexpr qint64 longestUnread = qint64{1} << 20U;  ///< before decoding, and of one reading
 constexpr int maximumRedirects = 20;
 
 /// One call of `dataTaskWithUrl`, redirects and all.
