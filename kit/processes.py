@@ -14,6 +14,7 @@ from kit.outcome import NotSo, quoted
 
 PR_SET_CHILD_SUBREAPER = 36
 KEPT = 1 << 16  # of each output; what is beyond is counted
+SETTLING_SECONDS = 0.5  # for the rest of what an ended process has written
 
 
 class Output:
@@ -34,10 +35,9 @@ class Output:
                 self.data += part[:KEPT - len(self.data)]
                 self.size += len(part)
 
-    def settle(self, seconds=0.5):
-        """Waits for the rest of what an ended process has written, and says whether that was all.
-        What it has started may keep the pipe open."""
-        self.reader.join(max(0, seconds))
+    def ends_before(self, deadline):
+        """Whether it is closed by then. What an ended process has started may keep it open."""
+        self.reader.join(max(0, deadline - time.monotonic()))
         return not self.reader.is_alive()
 
 
@@ -63,8 +63,9 @@ class Process:
         """The exit status, or None if it still runs after that time."""
         with contextlib.suppress(subprocess.TimeoutExpired):
             self.popen.wait(seconds)
-            self.out.settle()
-            self.err.settle()
+            deadline = time.monotonic() + SETTLING_SECONDS
+            self.out.ends_before(deadline)
+            self.err.ends_before(deadline)
         return self.popen.returncode
 
     def terminate(self):

@@ -119,7 +119,7 @@ class Session:
         process = self.process("id", "--json")
         limit = self.limit(ID_SECONDS)
         process.ended_with = process.wait(limit)
-        process.is_closed = process.out.settle(process.started + limit - time.monotonic())
+        process.is_closed = process.out.ends_before(process.started + limit)
         process.seconds = time.monotonic() - process.started
         process.kill()
         return process

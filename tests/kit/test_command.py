@@ -192,7 +192,7 @@ def test_whoever_ends_it_before_it_begins_reads_nothing(make, scratch):
 
 def test_nothing_that_the_service_starts_is_left(make):
     seconds = 20_000_000 + os.getpid()
-    assert Report(make(ESCAPE % seconds), patience=3).status == 0
+    assert Report(make(ESCAPE % seconds)).status == 0
     assert not processes_called("sleep", str(seconds))
 
 
