@@ -1,10 +1,11 @@
 """script/check-service: each rule refuses the service that breaks it, and no other rule does."""
 
+import concurrent.futures
 import textwrap
 
 import pytest
 
-from kit_harness import PATIENCE, ROOT, Report, rules
+from kit_harness import ROOT, Report, rules, service
 
 MAC = ["mac-architectures", "mac-oldest", "mac-uuid", "mac-entitlements"]
 
@@ -123,14 +124,15 @@ def test_a_service_may_be_right_in_another_way(make, name):
 
 # A short name: the rule, and how the right service is changed.
 BREAKING = {}
+HANGING = {}  # those that take all of a limit
 
-def breaking(rule, name, change, patience=PATIENCE):
-    BREAKING[f"{rule}: {name}"] = (rule, textwrap.dedent(change), patience)
+
+def breaking(rule, name, change, services=BREAKING):
+    services[f"{rule}: {name}"] = (rule, textwrap.dedent(change))
 
 
 def hanging(rule, name, change):
-    """One that takes all of a limit."""
-    breaking(rule, name, change, patience=1)
+    breaking(rule, name, change, HANGING)
 
 
 def member(rule, name, **members):
@@ -440,16 +442,32 @@ breaking("keeps-files", "leaves more than anybody can read", """
     """)
 
 
+def verdict(report):
+    return {"failed": report.named("failed"), "unheeded": report.named("unheeded"),
+            "holds": report.content["holds"], "status": report.status}
+
+
+def refusal(rule):
+    """The verdict on a service that breaks this rule alone."""
+    is_must = {each["rule"]: each["kind"] == "must" for each in rules()}[rule]
+    return {"failed": [rule] if is_must else [], "unheeded": [] if is_must else [rule],
+            "holds": not is_must, "status": 1 if is_must else 0}
+
+
+def test_services_that_hang_are_refused_by_their_rules(tmp_path, scratch):
+    """All at once, as they mostly wait."""
+    def check(name):
+        return verdict(Report(service(tmp_path / name, HANGING[name][1]), patience=1))
+
+    with concurrent.futures.ThreadPoolExecutor(len(HANGING)) as pool:
+        found = dict(zip(HANGING, pool.map(check, HANGING)))
+    assert found == {name: refusal(rule) for name, (rule, _change) in HANGING.items()}
+
+
 @pytest.mark.parametrize("name", BREAKING)
 def test_a_broken_service_is_refused_by_its_rule(make, name):
-    rule, change, patience = BREAKING[name]
-    report = Report(make(change), patience=patience)
-    is_must = {each["rule"]: each["kind"] == "must" for each in rules()}[rule]
-    failed = {name: report.seen(name) for name in report.named("failed")}
-    assert list(failed) == ([rule] if is_must else []), failed
-    assert report.named("unheeded") == ([] if is_must else [rule])
-    assert report.status == (1 if is_must else 0)
-    assert report.content["holds"] is not is_must
+    rule, change = BREAKING[name]
+    assert verdict(Report(make(change))) == refusal(rule)
 
 
 def test_a_service_that_ends_by_itself_is_refused(make):
@@ -463,5 +481,5 @@ def test_a_service_that_ends_by_itself_is_refused(make):
 
 
 def test_there_is_a_broken_service_for_every_rule():
-    assert {broken[0] for broken in BREAKING.values()} | {"keeps-running", *MAC} == {
-        each["rule"] for each in rules()}
+    broken = {rule for rule, _change in [*BREAKING.values(), *HANGING.values()]}
+    assert broken | {"keeps-running", *MAC} == {each["rule"] for each in rules()}
