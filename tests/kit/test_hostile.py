@@ -211,7 +211,7 @@ def listen():
     signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGTERM])
     threading.Thread(target=end, daemon=True).start()
     return listener
-"""), patience=1)
+"""), "--skip", "stop-early", "--skip", "quiet", patience=1)
     assert report.rules["stop"]["result"] == "ok"
     assert report.status == 1
     assert "restart" in report.named("failed")
