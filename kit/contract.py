@@ -25,6 +25,8 @@ def finite(text):
     number = float(text)
     if number in (float("inf"), float("-inf")):
         raise NotSo(f"a number that is too large: {quoted(text, 20)}")
+    if number == 0 and re.search("[1-9]", re.split("[eE]", text)[0]):
+        raise NotSo(f"a number that is too close to 0: {quoted(text, 20)}")
     return number
 
 

@@ -127,9 +127,13 @@ class JsonGrammar {
       if (!take("+")) take("-");
       if (takeAll(digits).empty()) return false;
     }
-    // One that no double holds is refused like one that is misspelt.
+    // One that no double holds, being too large or too close to 0, is refused like one that is
+    // misspelt.
     const std::string text(start.substr(0, start.size() - rest.size()));
-    return std::isfinite(std::strtod(text.c_str(), nullptr));
+    const double value = std::strtod(text.c_str(), nullptr);
+    const bool isZero =
+        text.substr(0, text.find_first_of("eE")).find_first_of("123456789") == std::string::npos;
+    return std::isfinite(value) && (value != 0 || isZero);
   }
 
   std::string_view rest;

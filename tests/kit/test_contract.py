@@ -161,6 +161,7 @@ def test_the_checker_knows_the_days_that_no_pattern_knows():
     (b'{"a": -Infinity}', "-Infinity, which is not JSON"),
     (b'{"a": 1e999}', "a number that is too large"),
     (b'{"a": ' + b"9" * 100000 + b"}", "a number that is too large"),
+    (b'{"a": -0.5e-999}', "a number that is too close to 0"),
     (b'{"a": 1, "a": 1}', 'two members of the name "a"'),
     (b'{"b": [{"a": 1, "\\u0061": 2}]}', 'two members of the name "a"'),
     (b'{"a": "\\ud83d"}', "an escape of half a surrogate pair"),
