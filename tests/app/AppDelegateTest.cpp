@@ -293,7 +293,7 @@ using AppDelegateDeathTest = AppDelegateTest;
 
 TEST_F(AppDelegateDeathTest, renderingBeforeTheLaunchStopsTheProcess) {
   EXPECT_DEATH(std::make_shared<AppDelegate>()->render(),
-               "^Fatal error: Nothing can be rendered before the application has launched\n");
+               "^Fatal error: Nothing can be rendered before the application has launched\n$");
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ class PathsDeathTest : public fakes::PlatformTest {
 
 TEST_F(PathsDeathTest, noApplicationSupportFolderStopsTheProcess) {
   platform().applicationSupport.clear();
-  const auto message = "^Fatal error: Unexpectedly found nil while unwrapping an Optional value\n";
+  const auto message = "^Fatal error: Unexpectedly found nil while unwrapping an Optional value\n$";
   EXPECT_DEATH(Paths::supportDir(), message);
   EXPECT_DEATH(Paths::guardBinary(), message);
 }

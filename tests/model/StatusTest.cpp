@@ -115,7 +115,7 @@ TEST(LastCheckDescriptionDeathTest, stopsOnAnAgeThatIsNo64BitNumber) {
                                  -9223372036854775808.0, 9223372036854777856.0, 1e300})
     EXPECT_DEATH(
         (Status{.lastHeartbeat = Date(Seconds(heartbeat))}.lastCheckDescription(Date(Seconds(0)))),
-        "^Fatal error: The age of the last heartbeat does not fit a 64-bit number of seconds\n");
+        "^Fatal error: The age of the last heartbeat does not fit a 64-bit number of seconds\n$");
 }
 
 TEST(LastCheckDescription, takesTheLargestAgesThatFit) {
