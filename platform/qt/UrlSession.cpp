@@ -5,6 +5,7 @@
 #include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QThread>
+#include <array>
 #include <atomic>
 #include <new>
 #include <utility>
@@ -15,7 +16,7 @@ namespace platform {
 namespace {
 
 constexpr std::size_t longestBody = 16U << 20U;
-constexpr qint64 longestUnread = qint64{1} << 20U;  ///< before decoding, and of one reading
+constexpr qint64 longestUnread = qint64{1} << 20U;  ///< before decoding
 constexpr int maximumRedirects = 20;
 
 /// One call of `dataTaskWithUrl`, redirects and all.
@@ -93,10 +94,11 @@ struct UrlSession::Implementation {
 
   static void read(QNetworkReply& reply, DataTask& task) {
     try {
+      std::array<char, 65536> bytes;
       while (task.body.size() <= longestBody) {
-        const QByteArray bytes = reply.read(longestUnread);
-        if (bytes.isEmpty()) return;
-        task.body.append(bytes.data(), static_cast<std::size_t>(bytes.size()));
+        const qint64 count = reply.read(bytes.data(), bytes.size());
+        if (count <= 0) return;
+        task.body.append(bytes.data(), static_cast<std::size_t>(count));
       }
     } catch (const std::bad_alloc&) {
     }
